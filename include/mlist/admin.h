@@ -1,0 +1,53 @@
+/* Administration of one list: a session holds the list's lock and changes the control files only
+   through the module's own operations.  For tools; not for a thread that is delivering. */
+#ifndef MLIST_ADMIN_H
+#define MLIST_ADMIN_H
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+struct ListSession;
+
+/* Takes the list's lock (waits for it), recovers nothing yet, and reads the settings.  The list's
+   control directory must exist; names as ModuleMain() takes them (1 to 32 characters, no "/", no
+   control characters, not "." or "..").  Null with errno on failure; EINVAL for a bad name.
+   A session belongs to the thread that opened it, one at a time. */
+struct ListSession *mlist_session_open(const char *list, const char *domain);
+
+/* Releases the lock and the session; null is allowed. */
+void mlist_session_close(struct ListSession *session);
+
+/* The last reply text ("470 ..." to "475 ...") that an operation of this session left, or "". */
+const char *mlist_session_reply(const struct ListSession *session);
+
+/* Creates what is missing of the directories msg and jnl and of the files digest, active, member,
+   status, dgtstat, confirm.  0, or -1 when a directory cannot be made. */
+int mlist_session_check_files(struct ListSession *session);
+
+/* 1 added, 0 the address is a member already, -1 failure (logged). */
+int mlist_member_add(struct ListSession *session, const char *address);
+
+/* 1 removed, 0 it was no member, -1 failure. */
+int mlist_member_remove(struct ListSession *session, const char *address);
+
+/* status 1 on, 2 off, 3 digest.  1 set, 0 no member, -1 failure. */
+int mlist_member_set_status(struct ListSession *session, const char *address, int status);
+
+/* Status of an address: 1, 2, 3; 0 no member; -1 failure. */
+int mlist_member_status(struct ListSession *session, const char *address);
+
+/* Calls visit for each member in the roster's order until it answers non-zero.  The address is
+   the callee's only during the call.  0, the visitor's answer, or -1 on failure. */
+typedef int (*MemberVisitor)(const char *address, int status, void *argument);
+int mlist_member_each(struct ListSession *session, MemberVisitor visit, void *argument);
+
+/* Rewrites "active" or "digest" from the roster where it differs from what the roster gives.
+   1 rewritten, 0 it agreed, -1 failure. */
+int mlist_derive(struct ListSession *session, const char *type);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

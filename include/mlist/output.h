@@ -1,0 +1,23 @@
+/* Where the text of the archive driver and of the delivery job goes. */
+#ifndef MLIST_OUTPUT_H
+#define MLIST_OUTPUT_H
+
+#include <stdio.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* Sets the calling thread's sink; null puts the process's stdout back.  The stream stays the
+   caller's and must outlive its use.  Text is printed while the archive's index is locked, so
+   give a stream that cannot block: one over memory, or one that discards. */
+void mlist_set_output(FILE *stream);
+
+/* The calling thread's sink; the process's stdout where none is set, never null. */
+FILE *mlist_get_output(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

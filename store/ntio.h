@@ -1,0 +1,75 @@
+/* Buffered file layer: line reading with a fixed read-ahead, direct writes, sync on close.
+   Diagnostics keep the platform call names that this layer was first written for. */
+#ifndef STORE_NTIO_H
+#define STORE_NTIO_H
+
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/types.h>
+
+#define FILE_BUFFER_SIZE 8192
+#define FILE_READ_SIZE 8176 /* line reading fills the buffer up to here */
+
+/* Record and buffers are host memory; only f_close() (or Fclose()) releases them. */
+struct FileRecord {
+    int32_t fd;        /* -1 once closed */
+    char *buffer;      /* FILE_BUFFER_SIZE + 1 bytes, the last always zero */
+    uint32_t position; /* next unread byte */
+    int32_t state;     /* 0 good, 1 error, -1 last unterminated line handed out */
+    uint32_t count;    /* valid bytes, byte reading only */
+    /* private: */
+    uint32_t line_end;    /* end of the text in buffer: its first zero byte */
+    char *write_buffer;   /* null: Fputs() writes straight through */
+    uint32_t write_size;  /* room in write_buffer */
+    uint32_t write_count; /* bytes waiting in it */
+};
+
+/* Types: "r" read, "w" create and truncate (mode 0660), "r+" read and write, "a" append to an
+   existing file, "rx" read with O_EXCL.  Null on failure: errno as open() left it and nothing
+   logged; an unknown type logs 715 with errno 0.  errno 0 on success. */
+FileRecord *f_open(const char *path, const char *type);
+
+/* Drains the write buffer, syncs, closes and releases; a file only read is synced too.  1, or 0
+   with the first errno of draining, fsync and close.  Null: 1. */
+int f_close(FileRecord *record);
+
+/* Wraps a descriptor, which must be neither -1 nor 0; null on failure.  Fclose() releases the
+   record without touching the descriptor. */
+FileRecord *Fopen(int fd);
+void Fclose(FileRecord *record);
+
+/* One line, at most size - 1 bytes, ended CR LF whatever ending the file has; a longer line comes
+   in pieces.  Null at the end or on an error: ask Ferror(). */
+char *Fgets(char *destination, int size, FileRecord *record);
+
+/* The state; a state of -1 is reset first, so that only an error reads as true. */
+int Ferror(FileRecord *record);
+
+/* Writes the text: bytes written; -1 argument missing, -2 write failed, -3 short write; the last
+   two mark a temporary failure. */
+int Fputs(const char *text, FileRecord *record);
+
+/* One byte: Putc 1, -1, -2, -3 as Fputs; Getc 0 to 255, or -1 at the end (errno 0) or on error. */
+int Putc(int byte, FileRecord *record);
+int Getc(FileRecord *record);
+
+/* Gives the read-ahead back to the descriptor's position; 0 or -1. */
+int Fflush(FileRecord *record);
+
+/* Fflush() and lseek(); 0 or -1. */
+int Fseek(FileRecord *record, off_t offset, int whence);
+
+/* Formats at most 4,094 characters straight to a descriptor. */
+int Fprintf(int fd, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+/* -- our own additions -- */
+
+/* Gives a record opened for writing a buffer of size bytes: from now on Fputs() collects and
+   writes when the buffer is full, and reports a failed write of earlier text as its own (-2 or
+   -3; the length it prints is the block's).  0, or -1 without memory (writes stay direct). */
+int Fbuffer(FileRecord *record, uint32_t size);
+
+/* Writes what Fputs() collected.  0, or -2, -3 as Fputs(). */
+int Fdrain(FileRecord *record);
+
+#endif

@@ -1,0 +1,38 @@
+/* The module's system calls under the test's control (module/os.h). */
+#ifndef TESTS_FAULT_OS_H
+#define TESTS_FAULT_OS_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "module/os.h"
+
+/* While it lives, calls pass through its members; destroyed, the former record is back.  One at a
+   time, while no other thread is in the module. */
+class FaultOs
+{
+  public:
+    FaultOs();
+    ~FaultOs();
+    FaultOs(const FaultOs &) = delete;
+    FaultOs &operator=(const FaultOs &) = delete;
+
+    /* Consulted before every call with its name ("open", "write", ...) and its path ("" for calls
+       on a descriptor).  0: go on.  Positive: the call fails with that errno.  -1: the process
+       "died": this and every later call does nothing and fails with EIO. */
+    std::function<int(const std::string &call, const std::string &path)> before;
+
+    /* Counts and fails the n-th (0-based) changing call (open with O_CREAT or O_TRUNC, write,
+       pwrite, fsync, ftruncate, futimens, link, rename, unlink, mkdir, rmdir) with error, or dies
+       there when error is -1. */
+    void fail_nth_change(int nth, int error);
+    bool disturbed() const; /* whether that call was reached */
+
+    time_t now = 0;                 /* 0: the real clock */
+    std::vector<unsigned> sleeps;   /* what sleep() was asked for; it returns at once */
+    std::vector<std::string> calls; /* "call path" in order */
+    long long short_write = -1;     /* write and pwrite take at most so many bytes, -1 all */
+};
+
+#endif
