@@ -34,7 +34,8 @@ std::vector<std::string> list_directory(const std::string &path); /* sorted, wit
 std::string tree_text(const std::string &path);
 
 /* One list, "mylist" of "example.jp" unless told otherwise, with control directory (msg, jnl and
-   all control files, empty), default settings in job().settings, and no archive.  g_path_mlist and
+   all control files, empty), default settings in job()->settings, and no archive (its parent
+   directory is there).  g_path_mlist and
    g_mbox_list point into the temporary directory for as long as the object lives. */
 class TempList
 {

@@ -1,0 +1,105 @@
+#include "tests/support/fake_host.h"
+
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "tests/support/temp_list.h"
+
+static thread_local FakeHost *current_host;
+
+struct FakeHostOps {
+    static int submit(const char *file, const char *sender, const char *const *recipients,
+                      const char *recipient_file, char *result)
+    {
+        FakeHost &host = *current_host;
+        Submission submission;
+        submission.file = file;
+        submission.content = read_file(file);
+        submission.envelope_sender = sender;
+        submission.has_recipients = recipients != nullptr;
+        for (; recipients != nullptr && *recipients != nullptr; ++recipients)
+            submission.recipients.push_back(*recipients);
+        submission.has_recipient_file = recipient_file != nullptr;
+        if (recipient_file != nullptr) {
+            submission.recipient_file = recipient_file;
+            submission.recipient_file_content = read_file(recipient_file);
+        }
+        submission.result_was_zeroed =
+            std::all_of(result, result + MLIST_RESULT_TEXT_SIZE, [](char c) { return c == '\0'; });
+        snprintf(result, MLIST_RESULT_TEXT_SIZE, "%s", host.result_to_write.c_str());
+        host.submissions.push_back(submission);
+        return host.accept;
+    }
+
+    static void *allocate(size_t size)
+    {
+        FakeHost &host = *current_host;
+        ++host.allocations;
+        if (host.fail_allocation >= 0 && host.fail_allocation-- == 0) return nullptr;
+        void *memory = malloc(size);
+        if (memory != nullptr) {
+            memset(memory, 0xA5, size); /* nobody may count on cleared memory */
+            ++host.live_blocks;
+        }
+        return memory;
+    }
+
+    static void release(void *memory)
+    {
+        --current_host->live_blocks;
+        free(memory);
+    }
+
+    static char *keep_text(const char *text)
+    {
+        char *copy = strdup(text);
+        current_host->kept_.push_back(copy);
+        return copy;
+    }
+};
+
+FakeHost::FakeHost()
+{
+    memset(&request, 0, sizeof(request));
+    memset(reply_text_, 'x', sizeof(reply_text_) - 1);
+    reply_text_[sizeof(reply_text_) - 1] = '\0';
+    memset(result_text_, 0, sizeof(result_text_));
+    request.submit = FakeHostOps::submit;
+    request.reply_text = reply_text_;
+    request.result_text = result_text_;
+    request.allocate = FakeHostOps::allocate;
+    request.release = FakeHostOps::release;
+    request.keep_text = FakeHostOps::keep_text;
+    current_host = this;
+}
+
+FakeHost::~FakeHost()
+{
+    for (char *text : kept_)
+        free(text);
+    current_host = nullptr;
+}
+
+void FakeHost::set_result(const std::string &text)
+{
+    snprintf(result_text_, sizeof(result_text_), "%s", text.c_str());
+}
+
+int FakeHost::deliver(const std::string &message_file, const std::string &domain,
+                      const std::vector<std::string> &arguments)
+{
+    std::string program = "mlist";
+    std::vector<std::string> words = arguments;
+    std::vector<char *> slots = {program.data()};
+    for (std::string &word : words)
+        slots.push_back(word.data());
+    slots.push_back(nullptr);
+    request.message_file = message_file.c_str();
+    request.domain = domain.c_str();
+    request.argument_count = static_cast<int32_t>(arguments.size());
+    request.argument_vector = slots.data();
+    return ModuleMain(&request);
+}
