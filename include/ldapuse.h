@@ -10,6 +10,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* Results of the look-ups. */
 enum {
@@ -44,6 +45,7 @@ int kyt_ml_helpmsg_search(const char *domain, const char *list, int32_t *cursor,
    ENAMETOOLONG.  Call before kyt_conf_init(). */
 int kyt_conf_set_directory(const char *directory);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -12,6 +12,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* Owned by the caller, filled by mlog_init(). */
 struct LogHandle {
@@ -45,6 +46,7 @@ int mlog_reopen(void);
    clear empties the store. */
 size_t mlog_memory(char *buffer, size_t size, int clear);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -24,8 +24,8 @@ struct ThreadContext {
     DeliveryRequest *request;
     char index_name[INDEX_NAME_SIZE + 1]; /* scratch of the archive's name operations */
     int32_t start_time;
-    int32_t result_code; /* 0 = not set */
-    char *host_text;     /* the last text that the host returned from a submission */
+    int32_t result_code;   /* 0 = not set */
+    const char *host_text; /* the last text that the host returned from a submission */
     AppendBatch batch;
 };
 

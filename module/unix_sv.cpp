@@ -14,7 +14,10 @@ int32_t g_logml_level = 10;
 
 static void format_text(char *text, const char *format, va_list arguments)
 {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
     vsnprintf(text, TRACE_TEXT_SIZE - 1, format, arguments);
+#pragma GCC diagnostic pop
     text[TRACE_TEXT_SIZE - 1] = '\0';
 }
 
@@ -38,6 +41,17 @@ int trace_sys(LogHandle *handle, int level, int msgno, const char *format, ...)
     format_text(text, format, arguments);
     va_end(arguments);
     return mlog_sys(handle, level, msgno, text);
+}
+
+int trace_table(int level, int msgno, const char *format, ...)
+{
+    KeepErrno keep;
+    char text[TRACE_TEXT_SIZE];
+    va_list arguments;
+    va_start(arguments, format);
+    format_text(text, format, arguments);
+    va_end(arguments);
+    return mlog_sys(&g_logh, level, msgno, text);
 }
 
 int printtrace(const DeliveryJob *job, const char *format, ...)

@@ -6,6 +6,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 struct ListSession;
 
@@ -46,6 +47,7 @@ int mlist_member_each(struct ListSession *session, MemberVisitor visit, void *ar
    1 rewritten, 0 it agreed, -1 failure. */
 int mlist_derive(struct ListSession *session, const char *type);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -10,6 +10,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* Reads length bytes at offset into a new buffer of the thread's allocator and ends them with
    NUL; where the file is shorter, what there is.  Null with errno on failure. */
@@ -23,6 +24,7 @@ int disk2stdout(int fd, off_t offset, size_t length) __attribute__((weak));
 /* Non-zero lets anyone use the command "push". */
 extern int g_debug __attribute__((weak));
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -20,6 +20,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* Exit codes of ModuleMain(), after <sysexits.h>. */
 enum {
@@ -62,6 +63,7 @@ extern int32_t force_remove_bracket; /* local configuration "ml_remove_bracket="
 extern int32_t ml_maxmsgsize;        /* local configuration "ml_maxmsgsize=" */
 extern int32_t ml_webpasswd;         /* local configuration "ml_webpasswd=" */
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

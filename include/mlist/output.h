@@ -7,6 +7,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* Sets the calling thread's sink; null puts the process's stdout back.  The stream stays the
    caller's and must outlive its use.  Text is printed while the archive's index is locked, so
@@ -16,6 +17,7 @@ void mlist_set_output(FILE *stream);
 /* The calling thread's sink; the process's stdout where none is set, never null. */
 FILE *mlist_get_output(void);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif
