@@ -1,0 +1,158 @@
+/* Crash-safe replacement of a control file F through the side files F.new and F.old.
+
+   F.new  F.old   meaning                                            f_recover()
+   -      -       at rest                                            nothing
+   yes    -       being written, or copied with only its removal     removes F.new
+                  left
+   yes    yes     committed; F may be half overwritten               copies F.new over F, removes
+                                                                     F.old, then F.new
+   -      yes     not left by a process that died; a machine that    nothing: the next rewrite
+                  lost power may have forgotten what came before     removes F.old before it
+                                                                     opens F.new
+
+   F is overwritten in place, so that its inode, owner and mode stay.  A writer goes through these
+   states from top to bottom and back to the first:
+
+     writes F.new, synced                       F.new alone
+     f_renew1: copies F to F.old, synced        both: the commit
+     f_renew2: copies F.new to F, synced        both
+               removes F.old                    F.new alone
+               removes F.new                    at rest
+
+   A step's names are synced where the next step relies on them.  A copy that came out short is
+   that step's failure: both side files stay, and the next f_recover() tries again. */
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+
+#include "module/guards.h"
+#include "module/os.h"
+#include "module/outcome.h"
+#include "module/tcb.h"
+#include "module/unix_sv.h"
+#include "store/file.h"
+#include "store/side_files.h"
+
+/* -- side files -- */
+
+static int append_ending(char *out, const char *path, const char *ending)
+{
+    const int length = snprintf(out, PATH_SIZE, "%s%s", path, ending);
+    if (length >= 0 && length <= PATH_SIZE - 2) return 0;
+    errno = ENAMETOOLONG;
+    return -1;
+}
+
+int name_side_files(const char *path, SideFiles *out)
+{
+    return append_ending(out->new_path, path, ".new") < 0 ||
+                   append_ending(out->old_path, path, ".old") < 0
+               ? -1
+               : 0;
+}
+
+/* Makes what happened to the names in the directory of path durable.  Some file systems have no
+   sync of directories and say EINVAL; their names are as durable as they get. */
+static int sync_names(const char *path)
+{
+    return sync_parent_directory(path) == 0 || errno == EINVAL ? 0 : -1;
+}
+
+static int remove_if_there(const char *path)
+{
+    return delfile(path) == 0 || errno == ENOENT ? 0 : -1;
+}
+
+int clear_old_file(const SideFiles *files)
+{
+    if (extfile(files->new_path) || !extfile(files->old_path)) return 0;
+    return remove_if_there(files->old_path) < 0 ? -1 : sync_names(files->old_path);
+}
+
+FileRecord *open_new_file(const SideFiles *files)
+{
+    return clear_old_file(files) < 0 ? nullptr : f_open(files->new_path, "w");
+}
+
+void drop_new_file(const SideFiles *files)
+{
+    KeepErrno keep;
+    (void)delfile(files->new_path); /* what stays is removed by the next f_recover() */
+}
+
+/* -- replacement -- */
+
+/* An empty F.old stands for an F that is not there yet: without that mark a writer that died while
+   it copied F.new would leave a piece of F behind and F.new to be thrown away. */
+static int mark_creation(const char *old_path)
+{
+    const int fd = open_file(old_path, O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    return fd < 0 ? -1 : os->close(fd);
+}
+
+int f_renew1(const char *path, const char *, const char *old_path)
+{
+    if (copy_whole(path, old_path) < 0 && (errno != ENOENT || mark_creation(old_path) < 0))
+        return -1;
+    return sync_names(old_path);
+}
+
+int f_renew2(const char *path, const char *new_path, const char *old_path)
+{
+    const bool created = !extfile(path);
+    if (copy_whole(new_path, path) < 0) return -1;
+    if (created && sync_names(path) < 0) return -1;
+    if (remove_if_there(old_path) < 0 || sync_names(old_path) < 0) return -1;
+    return delfile(new_path);
+}
+
+/* What every failure of this file ends in.  errno, which the caller has logged, is kept. */
+static int fail_for_now(int outcome, const char *path)
+{
+    put_outcome(outcome, path);
+    setrc_tempfail();
+    return -1;
+}
+
+int f_renew(const char *path)
+{
+    SideFiles files;
+    if (name_side_files(path, &files) < 0 || f_renew1(path, files.new_path, files.old_path) < 0) {
+        trace_sys(&g_logh, 3, 286, "renew1 error (%m) [%s]", path);
+        return fail_for_now(472, path);
+    }
+    if (f_renew2(path, files.new_path, files.old_path) < 0) {
+        trace_sys(&g_logh, 3, 287, "renew2 error (%m) [%s]", path);
+        return fail_for_now(473, path);
+    }
+    return 0;
+}
+
+/* -- recovery -- */
+
+static int roll_forward(const char *path, const SideFiles *files)
+{
+    trace_sys(&g_logh, 5, 289, ".old detected [%s]", files->old_path);
+    if (f_renew2(path, files->new_path, files->old_path) == 0) return 0;
+    trace_sys(&g_logh, 3, 290, "recover1 error (%m)");
+    return fail_for_now(474, path);
+}
+
+static int discard(const char *path, const char *new_path)
+{
+    if (delfile(new_path) == 0) return 0;
+    trace_sys(&g_logh, 3, 291, "recover2 error (%m)");
+    return fail_for_now(475, path);
+}
+
+int f_recover(const char *path)
+{
+    SideFiles files;
+    if (name_side_files(path, &files) < 0) {
+        trace_sys(&g_logh, 3, 291, "recover2 error (%m)");
+        return fail_for_now(475, path);
+    }
+    if (!extfile(files.new_path)) return 0;
+    trace_sys(&g_logh, 5, 288, ".new detected [%s]", files.new_path);
+    return extfile(files.old_path) ? roll_forward(path, &files) : discard(path, files.new_path);
+}
