@@ -40,6 +40,12 @@ static int put(Notice *notice, const char *text, int msgno)
     return Fputs(text, notice->file) < 0 ? write_failed(notice, msgno) : 0;
 }
 
+/* Ends a step: what it wrote is on its way, or fails with the step's own number. */
+static int drain(Notice *notice, int msgno)
+{
+    return Fdrain(notice->file) < 0 ? write_failed(notice, msgno) : 0;
+}
+
 static int open_notice(Notice *notice)
 {
     char name[32];
@@ -68,7 +74,8 @@ static int put_head(Notice *notice)
         build(notice->job, block, sizeof(block));
         if (put(notice, block, 236) < 0) return -1;
     }
-    return put(notice, "\r\nDistribution Denied:\r\n-\r\n", 236);
+    if (put(notice, "\r\nDistribution Denied:\r\n-\r\n", 236) < 0) return -1;
+    return drain(notice, 236);
 }
 
 static int put_reason(Notice *notice, const char *reason)
@@ -78,7 +85,7 @@ static int put_reason(Notice *notice, const char *reason)
     if (reason[0] == '\0') reason = "It is restrict mailing list rule. ";
     char text[LINE_SIZE];
     snprintf_(text, sizeof(text), "\r\n\t%s\r\n\r\n", reason);
-    return put(notice, text, 237);
+    return put(notice, text, 237) < 0 ? -1 : drain(notice, 237);
 }
 
 static int copy_lines(Notice *notice, FileRecord *journal, const char *journal_path)
@@ -86,7 +93,7 @@ static int copy_lines(Notice *notice, FileRecord *journal, const char *journal_p
     char line[LINE_SIZE];
     while (Fgets(line, sizeof(line), journal) != nullptr)
         if (put(notice, line, 240) < 0) return -1;
-    if (!Ferror(journal)) return 0;
+    if (!Ferror(journal)) return drain(notice, 240);
     err_printf("fgets error %d [%s]\n", errno, notice->path);
     trace_sys(&g_logh, 1, 241, "mlname=%s create_mldeny fgets error %m [%s]",
               notice->job->list_name, journal_path);
@@ -98,7 +105,7 @@ static int put_refused_message(Notice *notice)
     char block[LINE_SIZE];
     block[0] = '\0';
     make_cmdrpy_mimemail(notice->job, block, sizeof(block));
-    if (put(notice, block, 238) < 0) return -1;
+    if (put(notice, block, 238) < 0 || drain(notice, 238) < 0) return -1;
 
     char name[32], path[PATH_SIZE];
     snprintf_(name, sizeof(name), "jnl/j.%d", notice->job->thread_id);
@@ -119,7 +126,7 @@ static int finish(Notice *notice)
     char block[LINE_SIZE];
     block[0] = '\0';
     make_cmdrpy_mimeperiod(notice->job, block, sizeof(block));
-    if (put(notice, block, 242) < 0) return -1;
+    if (put(notice, block, 242) < 0 || drain(notice, 242) < 0) return -1;
     FileRecord *file = notice->file;
     notice->file = nullptr;
     return f_close(file) ? 0 : write_failed(notice, 242);
