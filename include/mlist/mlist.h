@@ -31,21 +31,21 @@ enum {
 
 /* Opens the log, creates tlskey_mlist, fills the variables below and reads the local
    configuration.  Always 1.  A second call repeats only what changes nothing. */
-int ModuleInitialize(ModuleRecord *record);
+int ModuleInitialize(struct ModuleRecord *record);
 
 /* Delivers one message; an exit code as above.  The request and everything it points at stay
    the host's.  Sets the process's file-creation mask to 017. */
-int ModuleMain(DeliveryRequest *request);
+int ModuleMain(struct DeliveryRequest *request);
 
 /* Makes and releases the calling thread's Thread context, from the request's allocator.  For
    host threads that only use the archive driver; ModuleMain() does it for itself.  Threads
    without one work on a private context backed by malloc(). */
-void tcbcreate(DeliveryRequest *request);
+void tcbcreate(struct DeliveryRequest *request);
 void tcbfree(void);
 
 /* Lays the list's "init" file over the given settings.  0, or -1 (logged) with the settings as
    they were when the file cannot be read. */
-int get_mlini(const char *list, const char *domain, ListSettings *settings);
+int get_mlini(const char *list, const char *domain, struct ListSettings *settings);
 
 /* Finishes or discards a replacement of the control file that was cut short.  0, or -1 (logged,
    reply text 474 or 475, temporary failure).  Call under the list lock, before reading a control
@@ -55,7 +55,7 @@ int f_recover(const char *path);
 /* Written by ModuleInitialize(), read-only once deliveries run.  A host may change the two roots
    and the switches between ModuleInitialize() and the first delivery. */
 extern pthread_key_t tlskey_mlist;
-extern ListSettings g_mlit;          /* default List settings */
+extern struct ListSettings g_mlit;   /* default List settings */
 extern char g_path_mlist[1024];      /* root of the control directories */
 extern char g_mbox_list[1024];       /* root of the archives */
 extern int32_t add_resent_header;    /* local configuration "ml_resent_header=" */
