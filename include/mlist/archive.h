@@ -21,6 +21,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 struct DeliveryJob;
 struct MessageCache;
@@ -68,8 +69,8 @@ struct MailboxHandle {
     char *path;
     int32_t sync_stamp; /* modification time of #mix at the last synchronisation */
     uint32_t mode;      /* MAILBOX_ */
-    IndexRecord *index;
-    MessageCache *cache;
+    struct IndexRecord *index;
+    struct MessageCache *cache;
     /* a private tail follows */
 };
 
@@ -130,8 +131,9 @@ int mbxnewno(struct DeliveryJob *job);
 
 /* Appends in a batch: the first call has index NO_INDEX_HANDLE and starts it, each call returns
    the batch's handle (NO_INDEX_HANDLE on failure: batch abandoned), a call with path null
-   finishes it and always returns NO_INDEX_HANDLE.  move 0 links (or copies) the source file, else
-   it is renamed.  One batch a thread; the index stays locked for its length. */
+   finishes it and always returns NO_INDEX_HANDLE: errno is 0 then when the batch is on disk, else
+   it tells why nothing of it is.  move 0 links (or copies) the source file, else it is renamed.
+   One batch a thread; the index stays locked for its length. */
 struct IndexHandle *list_mbx_append(const char *path, struct IndexHandle *index, const char *source,
                                     uint32_t flags, uint32_t header_size, uint32_t size, int move);
 struct IndexHandle *mbxappend(const char *path, struct IndexHandle *index, const char *source,
@@ -186,6 +188,7 @@ extern int g_cluster_sz; /* 0 (taken as 1,024) until the host sets it */
 void list_mbx_fetch_flags2(struct IndexRecord *index, int record);
 void list_mbx_freecache(struct MailboxHandle *handle);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 static_assert(sizeof(IndexRecord) == 16 && offsetof(IndexRecord, size) == 12);

@@ -1,0 +1,157 @@
+/* Archive store, inside: records with their private tails, index blocks, index transactions.
+
+   Lock rule: #mix is the only lock.  Whoever holds it may read and write the index, its side
+   files and #msg; it is held for one IndexTransaction.  Nothing is printed while it is held. */
+#ifndef ARCHIVE_MBX_H
+#define ARCHIVE_MBX_H
+
+#include <bit>
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <time.h>
+
+#include "mlist/archive.h"
+#include "module/tcb.h"
+
+/* Index files are little-endian and are read and written as they lie in memory. */
+static_assert(std::endian::native == std::endian::little);
+
+#define MBX_NAME_SIZE (INDEX_NAME_SIZE + 1)
+
+/* -- index blocks: record 0 under its own names -- */
+
+inline uint32_t &uid_next(IndexRecord *index)
+{
+    return index[0].uid;
+}
+inline uint32_t &uid_validity(IndexRecord *index)
+{
+    return index[0].flags;
+}
+inline uint32_t &record_count(IndexRecord *index)
+{
+    return index[0].header_size;
+}
+inline uint32_t message_count(IndexRecord *index)
+{
+    return record_count(index) - 1;
+}
+
+/* Messages of the block that carry \Recent. */
+uint32_t count_recent(IndexRecord *index);
+
+/* More records than this are no index that we could number in an int. */
+#define MBX_MAX_RECORDS 0x7FFFFFF0u
+
+/* -- names (mbx_name.cpp): into MBX_NAME_SIZE bytes; 0, or -1 with ENAMETOOLONG -- */
+
+[[nodiscard]] int index_name(char *out, const char *path);
+[[nodiscard]] int message_name(char *out, const char *path, uint32_t uid);
+[[nodiscard]] int join_name(char *out, const char *directory, const char *name);
+[[nodiscard]] int side_name(char *out, const char *name, const char *ending);
+
+/* -- handles -- */
+
+/* What list_mbx_open() really hands out. */
+struct Mailbox : MailboxHandle {
+    IndexHandle *open_transaction; /* left open by mlmbx_checknewmail2(), else null */
+    struct timespec synchronised;  /* sync_stamp in full */
+};
+
+inline Mailbox *mailbox_of(MailboxHandle *handle)
+{
+    return static_cast<Mailbox *>(handle);
+}
+
+/* Ends, without committing, the transaction that a check left open. */
+void end_open_transaction(Mailbox *box);
+
+/* Puts a block in place of the handle's view, which is released with everything that refers to
+   sequence numbers of it. */
+void replace_view(Mailbox *box, IndexRecord *index);
+
+/* What mlmbx_openidx() really hands out. */
+struct OpenIndex : IndexHandle {
+    bool lazy;               /* the work copy is made when something is written */
+    bool renew_time;         /* lazy: what was written is what #mix holds */
+    int32_t mode;            /* names of the side files */
+    struct timespec changed; /* modification time as of the commit */
+    char name[MBX_NAME_SIZE];
+};
+
+inline OpenIndex *open_index_of(IndexHandle *index)
+{
+    return static_cast<OpenIndex *>(index);
+}
+
+/* Begins a transaction in the cheap form: nothing is copied until something is written.  The
+   functions of the literal form work on it too.  Null with errno on failure. */
+[[nodiscard]] IndexHandle *begin_lazy_index(const char *path);
+
+/* Ends a transaction without committing; null is allowed.  errno is kept. */
+void abandon_index(IndexHandle *index);
+
+/* Makes the work copy of a lazy transaction that has none yet.  0 or -1. */
+[[nodiscard]] int make_work_copy(IndexHandle *index);
+
+/* Copies from offset 0 to the end over the other file and cuts that to length; the second form
+   syncs it too.  The descriptors' positions stay.  0, or -1 with errno. */
+[[nodiscard]] int copy_content(int from, int to);
+[[nodiscard]] int copy_durably(int from, int to);
+
+/* One operation's transaction in the cheap form; abandoned when it goes out of scope. */
+class IndexTransaction
+{
+  public:
+    IndexTransaction() = default;
+    ~IndexTransaction() { abandon_index(handle_); }
+    IndexTransaction(const IndexTransaction &) = delete;
+    IndexTransaction &operator=(const IndexTransaction &) = delete;
+
+    [[nodiscard]] int begin(const char *path) /* 0, or -1 with errno */
+    {
+        handle_ = begin_lazy_index(path);
+        return handle_ != nullptr ? 0 : -1;
+    }
+    [[nodiscard]] IndexRecord *read() { return mlmbx_readidx(handle_); } /* the caller's, or null */
+    [[nodiscard]] int write(IndexRecord *records) { return mlmbx_writeidx(handle_, records); }
+
+    /* Commits what was written.  0 with the index's modification time, or -1 with errno. */
+    [[nodiscard]] int end(struct timespec *changed_out);
+
+    /* The open transaction, from now on the caller's to end. */
+    IndexHandle *take()
+    {
+        IndexHandle *taken = handle_;
+        handle_ = nullptr;
+        return taken;
+    }
+
+  private:
+    IndexHandle *handle_ = nullptr;
+};
+
+/* Notes the time of the index that the handle now agrees with. */
+void set_sync_stamp(Mailbox *box, const struct timespec *changed);
+
+/* -- lookups on an index block (mbx_lookup.cpp); exported forms in mlist/archive.h -- */
+int index_find_uid(IndexRecord *index, uint32_t uid);                 /* record, 0 none */
+int index_uid_bound(IndexRecord *index, uint32_t uid, int direction); /* as mbxuidsearch() */
+
+/* -- FLAGS item (mbx_flags.cpp) -- */
+#define FLAGS_ITEM_SIZE 96
+
+/* The item's text of a flag word into FLAGS_ITEM_SIZE bytes, which it returns. */
+const char *flags_item(char *out, uint32_t flags);
+
+/* -- the message that FETCH parsed last (mbx_fetch_cache.cpp) -- */
+struct MessageCache {
+    int32_t sequence; /* its number in the handle's view */
+    int32_t fd;       /* the message file */
+    void *parts;      /* its tree of parts, given back through free_parts */
+    void (*free_parts)(void *parts);
+};
+
+#endif

@@ -1,0 +1,23 @@
+/* Locks of the archive: flock(2) on the file itself, one descriptor a holder. */
+#ifndef ARCHIVE_UNIX_LK_H
+#define ARCHIVE_UNIX_LK_H
+
+#include <sys/types.h>
+
+#include "mlist/archive.h"
+
+/* Opens a file (O_CLOEXEC added), waiting in steps of one second for as long as the system is out
+   of memory or descriptors.  The descriptor, or -1 with errno. */
+[[nodiscard]] int open_waiting(const char *path, int flags, mode_t mode);
+
+/* Opens the index file of that name read-write and takes its exclusive lock; waits for other
+   holders.  The locked descriptor is surely the file that now has the name: when a mailbox was
+   deleted (and made anew) during the wait, the new one is taken.  -1 with errno: EDEADLK when this
+   very thread holds the lock already, through whatever descriptor, ENOENT without an index. */
+[[nodiscard]] int lock_index_file(const char *name);
+
+/* Notes that this thread holds the lock of the index behind fd, and forgets it. */
+void note_held_index(int fd);
+void forget_held_index(int fd);
+
+#endif
