@@ -43,17 +43,6 @@ int trace_sys(LogHandle *handle, int level, int msgno, const char *format, ...)
     return mlog_sys(handle, level, msgno, text);
 }
 
-int trace_table(int level, int msgno, const char *format, ...)
-{
-    KeepErrno keep;
-    char text[TRACE_TEXT_SIZE];
-    va_list arguments;
-    va_start(arguments, format);
-    format_text(text, format, arguments);
-    va_end(arguments);
-    return mlog_sys(&g_logh, level, msgno, text);
-}
-
 int printtrace(const DeliveryJob *job, const char *format, ...)
 {
     char text[TRACE_TEXT_SIZE];

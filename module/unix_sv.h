@@ -18,10 +18,6 @@ int trace(LogHandle *handle, int level, int msgno, const char *format, ...)
 int trace_sys(LogHandle *handle, int level, int msgno, const char *format, ...)
     __attribute__((format(printf, 4, 5)));
 
-/* trace_sys() for texts that stand in const tables, where no compiler checks the arguments: every
-   row needs a test that logs it. */
-int trace_table(int level, int msgno, const char *format, ...);
-
 /* "TRC: ..." and "LOG: ..." lines; part of the interface, called by no path of the module. */
 int printtrace(const DeliveryJob *job, const char *format, ...)
     __attribute__((format(printf, 2, 3)));
