@@ -16,7 +16,7 @@ static ssize_t fill_buffer(FileRecord *record, size_t limit)
     record->buffer[valid] = '\0';
     record->position = 0;
     /* KEPT: a zero byte cuts the rest of its block off.
-       Test: Ntio.AZeroByteHidesTheRestOfItsReadBlock */
+       Test: LineReading.AZeroByteHidesTheRestOfItsReadBlock */
     record->line_end = static_cast<uint32_t>(strlen(record->buffer));
     return got;
 }
@@ -93,7 +93,7 @@ char *Fgets(char *destination, int size, FileRecord *record)
         }
         move_bytes(&line, record, count);
         /* KEPT: a CR that ends one block has been handed over by now, so that an LF that begins
-           the next gives CR CR LF.  Test: Ntio.CrAndLfInTwoReadBlocksAreNoPair */
+           the next gives CR CR LF.  Test: LineReading.CrAndLfInTwoReadBlocksAreNoPair */
         const ssize_t got = fill_buffer(record, FILE_READ_SIZE);
         if (got < 0) {
             trace_sys(&g_logh, 1, 705, "ReadFile error %d", errno);
