@@ -9,6 +9,9 @@
 
 #include "tests/pipeline/pipeline.h"
 
+/* Mounted over; the incoming messages stay on the disk below /tmp. */
+#define SMALL_DISK "/mnt"
+
 /* Where the trees of this test lie; each case runs in a child that mounts a small file system
    there, so that nothing stays mounted. */
 class SmallDisk
@@ -20,8 +23,8 @@ class SmallDisk
             mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
             return;
         const std::string options = std::string("size=") + size;
-        usable_ = mount("tmpfs", "/tmp", "tmpfs", 0, options.c_str()) == 0;
-        setenv("TMPDIR", "/tmp", 1);
+        usable_ = mount("tmpfs", SMALL_DISK, "tmpfs", 0, options.c_str()) == 0;
+        setenv("TMPDIR", SMALL_DISK, 1);
     }
     bool usable() const { return usable_; }
 
@@ -33,7 +36,7 @@ class SmallDisk
 static void fill_disk(size_t room)
 {
     const std::string block(4096, 'f');
-    std::string path = "/tmp/filler";
+    std::string path = SMALL_DISK "/filler";
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     off_t size = 0;
     for (ssize_t n; (n = write(fd, block.data(), block.size())) > 0;)
@@ -62,6 +65,7 @@ namespace
 class OnDisk : public PipelineTest
 {
   public:
+    OnDisk() { message_file = incoming / "message"; }
     void TestBody() override {}
     void try_with_room(size_t room)
     {
@@ -74,7 +78,7 @@ class OnDisk : public PipelineTest
             EXPECT_NE("", reply());
         }
         EXPECT_EQ(first, archived(1)) << "room " << room;
-        unlink("/tmp/filler");
+        unlink(SMALL_DISK "/filler");
         /* With room again the list works on, and nothing that was accepted is gone. */
         EXPECT_EQ(0, post_plain()) << reply() << " room " << room;
         const std::vector<uint32_t> words = index_words();
@@ -83,6 +87,7 @@ class OnDisk : public PipelineTest
         EXPECT_EQ(sample_init(), list.get("init"));
         expect_nothing_lost_or_left();
     }
+    TempDir incoming{"/tmp"};
     void journal_on_a_full_disk()
     {
         fill_disk(8192);

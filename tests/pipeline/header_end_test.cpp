@@ -96,7 +96,7 @@ TEST_F(HeaderEnd, AnAddedLineThatDoesNotFitIs512)
     std::string header = "From: ";
     for (int i = 0; i < 4; ++i)
         header += std::string(1000, 'a') + "\r\n ";
-    header += std::string(80, 'a') + "\r\n";
+    header += std::string(90, 'a') + "\r\n";
     EXPECT_EQ(69, post(header + "\r\ntext\r\n"));
     EXPECT_EQ("512 add header fail [ml=mylist] " + tid() + "\n", reply());
 }

@@ -56,6 +56,7 @@ std::string init_with(const std::vector<std::string> &changes)
 
 PipelineTest::PipelineTest()
 {
+    message_file = list.root() + "/message";
     default_settings(&g_mlit);
     add_resent_header = force_remove_bracket = ml_maxmsgsize = ml_webpasswd = 0;
     list.put("init", sample_init());
@@ -74,9 +75,8 @@ PipelineTest::~PipelineTest()
 
 int PipelineTest::deliver(const std::string &message, const std::vector<std::string> &arguments)
 {
-    const std::string file = list.root() + "/message";
-    write_file(file, message);
-    return host.deliver(file, "example.jp", arguments);
+    write_file(message_file, message);
+    return host.deliver(message_file, "example.jp", arguments);
 }
 
 int PipelineTest::post(const std::string &message)

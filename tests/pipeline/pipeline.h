@@ -45,6 +45,7 @@ class PipelineTest : public ::testing::Test
     std::string path(const std::string &name) const { return list.control(name); }
     void expect_nothing_lost_or_left() const; /* no side files, no lock held */
 
+    std::string message_file; /* where deliver() puts the incoming message */
     TempList list;
     OutCapture out;
     FakeHost host;

@@ -3,7 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 
-#include <memory>
+#include <map>
 
 namespace
 {
@@ -15,6 +15,7 @@ struct State {
     int changes_left = -1; /* -1: none is to fail */
     int change_error = 0;
     bool reached = false;
+    std::map<int, std::string> opened; /* descriptors and the names they were opened by */
 };
 State state;
 
@@ -28,10 +29,9 @@ bool is_change(const std::string &call, int flags)
 }
 
 /* Whether the call may go on; else errno is set. */
-bool may_go_on(const char *call, const char *path, int flags = 0)
+bool verdict_on(const std::string &call, const std::string &path, int flags = 0)
 {
     FaultOs &owner = *state.owner;
-    owner.calls.push_back(std::string(call) + (*path != '\0' ? " " : "") + path);
     int verdict = owner.before ? owner.before(call, path) : 0;
     if (verdict == 0 && state.changes_left >= 0 && is_change(call, flags) &&
         state.changes_left-- == 0) {
@@ -42,6 +42,19 @@ bool may_go_on(const char *call, const char *path, int flags = 0)
     if (state.dead) verdict = EIO;
     if (verdict != 0) errno = verdict;
     return verdict == 0;
+}
+
+bool may_go_on(const char *call, const char *path, int flags = 0)
+{
+    state.owner->calls.push_back(std::string(call) + " " + path);
+    return verdict_on(call, path, flags);
+}
+
+bool may_go_on(const char *call, int fd)
+{
+    state.owner->calls.push_back(call);
+    const auto name = state.opened.find(fd);
+    return verdict_on(call, name != state.opened.end() ? name->second : "");
 }
 
 size_t cut(size_t size)
@@ -59,11 +72,13 @@ OsCalls fault_calls()
 {
     OsCalls calls = kernel_calls;
     calls.open = [](const char *path, int flags, mode_t mode) {
-        return may_go_on("open", path, flags) ? real().open(path, flags, mode) : -1;
+        const int fd = may_go_on("open", path, flags) ? real().open(path, flags, mode) : -1;
+        if (fd >= 0) state.opened[fd] = path;
+        return fd;
     };
     /* A descriptor is closed even when the process "died": the kernel would do it. */
     calls.close = [](int fd) {
-        const bool go_on = may_go_on("close", "");
+        const bool go_on = may_go_on("close", fd);
         const int saved = errno;
         const int result = real().close(fd);
         if (go_on) return result;
@@ -71,35 +86,35 @@ OsCalls fault_calls()
         return -1;
     };
     calls.read = [](int fd, void *data, size_t size) -> ssize_t {
-        return may_go_on("read", "") ? real().read(fd, data, size) : -1;
+        return may_go_on("read", fd) ? real().read(fd, data, size) : -1;
     };
     calls.pread = [](int fd, void *data, size_t size, off_t offset) -> ssize_t {
-        return may_go_on("pread", "") ? real().pread(fd, data, size, offset) : -1;
+        return may_go_on("pread", fd) ? real().pread(fd, data, size, offset) : -1;
     };
     calls.write = [](int fd, const void *data, size_t size) -> ssize_t {
-        return may_go_on("write", "") ? real().write(fd, data, cut(size)) : -1;
+        return may_go_on("write", fd) ? real().write(fd, data, cut(size)) : -1;
     };
     calls.pwrite = [](int fd, const void *data, size_t size, off_t offset) -> ssize_t {
-        return may_go_on("pwrite", "") ? real().pwrite(fd, data, cut(size), offset) : -1;
+        return may_go_on("pwrite", fd) ? real().pwrite(fd, data, cut(size), offset) : -1;
     };
     calls.lseek = [](int fd, off_t offset, int whence) -> off_t {
-        return may_go_on("lseek", "") ? real().lseek(fd, offset, whence) : -1;
+        return may_go_on("lseek", fd) ? real().lseek(fd, offset, whence) : -1;
     };
-    calls.fsync = [](int fd) { return may_go_on("fsync", "") ? real().fsync(fd) : -1; };
+    calls.fsync = [](int fd) { return may_go_on("fsync", fd) ? real().fsync(fd) : -1; };
     calls.ftruncate = [](int fd, off_t length) {
-        return may_go_on("ftruncate", "") ? real().ftruncate(fd, length) : -1;
+        return may_go_on("ftruncate", fd) ? real().ftruncate(fd, length) : -1;
     };
     calls.fstat = [](int fd, struct stat *status) {
-        return may_go_on("fstat", "") ? real().fstat(fd, status) : -1;
+        return may_go_on("fstat", fd) ? real().fstat(fd, status) : -1;
     };
     calls.stat = [](const char *path, struct stat *status) {
         return may_go_on("stat", path) ? real().stat(path, status) : -1;
     };
     calls.futimens = [](int fd, const struct timespec *times) {
-        return may_go_on("futimens", "") ? real().futimens(fd, times) : -1;
+        return may_go_on("futimens", fd) ? real().futimens(fd, times) : -1;
     };
     calls.flock = [](int fd, int operation) {
-        return may_go_on("flock", "") ? real().flock(fd, operation) : -1;
+        return may_go_on("flock", fd) ? real().flock(fd, operation) : -1;
     };
     calls.link = [](const char *from, const char *to) {
         return may_go_on("link", to) ? real().link(from, to) : -1;

@@ -18,9 +18,10 @@ class FaultOs
     FaultOs(const FaultOs &) = delete;
     FaultOs &operator=(const FaultOs &) = delete;
 
-    /* Consulted before every call with its name ("open", "write", ...) and its path ("" for calls
-       on a descriptor).  0: go on.  Positive: the call fails with that errno.  -1: the process
-       "died": this and every later call does nothing and fails with EIO. */
+    /* Consulted before every call with its name ("open", "write", ...) and its path (for calls on a
+       descriptor the one it was opened by, for calls of two paths the second).  0: go on. Positive:
+       the call fails with that errno.  -1: the process "died": this and every later call does
+       nothing and fails with EIO. */
     std::function<int(const std::string &call, const std::string &path)> before;
 
     /* Counts and fails the n-th (0-based) changing call (open with O_CREAT or O_TRUNC, write,

@@ -17,9 +17,11 @@
 
 namespace fs = std::filesystem;
 
-TempDir::TempDir()
+TempDir::TempDir() : TempDir(fs::temp_directory_path().string()) {}
+
+TempDir::TempDir(const std::string &below)
 {
-    std::string name = (fs::temp_directory_path() / "mlist-test-XXXXXX").string();
+    std::string name = (fs::path(below) / "mlist-test-XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary directory");
     path_ = name;
 }
@@ -113,7 +115,8 @@ TempList::TempList(const std::string &list, const std::string &domain)
 
     *job_ = DeliveryJob{};
     job_->output = mlist_get_output();
-    job_->settings = plain_settings();
+    g_mlit = plain_settings();
+    job_->settings = g_mlit;
     snprintf(job_->list_name, sizeof(job_->list_name), "%s", list.c_str());
     snprintf(job_->domain, sizeof(job_->domain), "%s", domain.c_str());
     job_->lock_fd = -1;

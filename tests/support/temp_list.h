@@ -12,7 +12,8 @@
 class TempDir
 {
   public:
-    TempDir();
+    TempDir(); /* below TMPDIR, or /tmp */
+    explicit TempDir(const std::string &below);
     ~TempDir();
     TempDir(const TempDir &) = delete;
     TempDir &operator=(const TempDir &) = delete;
