@@ -83,6 +83,7 @@ CLI::App &group_of(CLI::App &app, const Verb &verb)
         if (group->get_name() == verb.group) return *group;
     CLI::App *group = app.add_subcommand(verb.group, std::string("Verbs on ") + verb.group + "s");
     group->require_subcommand(1);
+    group->fallthrough();
     return *group;
 }
 

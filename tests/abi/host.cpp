@@ -1,0 +1,158 @@
+#include "tests/abi/host.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+static std::vector<Submitted> submitted;
+static std::string result_to_leave;
+
+std::string file_content(const std::string &path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+void write_content(const std::string &path, const std::string &content)
+{
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << content;
+    if (!file.flush()) abort();
+}
+
+/* A host's submit operation: everything is copied before it returns. */
+static int submit(const char *file, const char *sender, const char *const *recipients,
+                  const char *recipient_file, char *result_text)
+{
+    Submitted mail;
+    mail.file = file;
+    mail.content = file_content(file);
+    mail.sender = sender;
+    for (; recipients && *recipients; recipients++)
+        mail.recipients.emplace_back(*recipients);
+    if (recipient_file) mail.recipient_file = file_content(recipient_file);
+    mail.result_zeroed = std::all_of(result_text, result_text + MLIST_RESULT_TEXT_SIZE,
+                                     [](char byte) { return byte == '\0'; });
+    submitted.push_back(mail);
+    snprintf(result_text, MLIST_RESULT_TEXT_SIZE, "%s", result_to_leave.c_str());
+    return 1;
+}
+
+static char *keep_text(const char *text)
+{
+    static std::vector<std::string> kept;
+    kept.reserve(1024); /* the texts must stay where they are */
+    return kept.emplace_back(text).data();
+}
+
+void *Host::address_of(const char *name) const
+{
+    void *address = dlsym(library_, name);
+    if (address == nullptr) {
+        fprintf(stderr, "%s\n", dlerror());
+        abort();
+    }
+    return address;
+}
+
+static void set_root(char *variable, const fs::path &path)
+{
+    snprintf(variable, 1024, "%s", path.c_str());
+}
+
+Host::Host()
+{
+    char name[] = "/tmp/mlist-abi-XXXXXX";
+    if (mkdtemp(name) == nullptr) abort();
+    root_ = name;
+    setenv("TZ", "Asia/Tokyo", 1);
+
+    library_ = dlopen(MLIST_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    if (library_ == nullptr) {
+        fprintf(stderr, "%s\n", dlerror());
+        abort();
+    }
+    snprintf(record_.host_fqdn, sizeof(record_.host_fqdn), "mail.example.jp");
+    initialized_ = symbol<decltype(ModuleInitialize)>("ModuleInitialize")(&record_);
+    set_root(symbol<char>("g_path_mlist"), root_ / "control");
+    set_root(symbol<char>("g_mbox_list"), root_ / "box");
+    symbol<decltype(mlist_set_output)>("mlist_set_output")(fopen("/dev/null", "we"));
+    fs::create_directories(root_ / "control");
+    fs::create_directories(root_ / "box");
+}
+
+Host::~Host()
+{
+    fs::remove_all(root_);
+}
+
+std::string Host::control(const std::string &name) const
+{
+    return root_ / "control/example.jp/mylist" / name;
+}
+
+std::string Host::box(const std::string &name) const
+{
+    return root_ / "box/example.jp/mylist/INBOX" / name;
+}
+
+void Host::make_list(const std::string &settings) const
+{
+    fs::create_directories(control(""));
+    fs::create_directories(root_ / "box/example.jp/mylist");
+    auto *session =
+        symbol<decltype(mlist_session_open)>("mlist_session_open")("mylist", "example.jp");
+    ASSERT_NE(session, nullptr);
+    ASSERT_EQ(symbol<decltype(mlist_session_check_files)>("mlist_session_check_files")(session), 0);
+    write_content(control("grant"), "");
+    write_content(control("subscribe"), "");
+    write_content(control("init"), settings);
+    auto *add = symbol<decltype(mlist_member_add)>("mlist_member_add");
+    ASSERT_EQ(add(session, "alice@example.net"), 1);
+    ASSERT_EQ(add(session, "bob@example.jp"), 1);
+    ASSERT_EQ(add(session, "ALICE@example.net"), 0) << "a member already, in other letters";
+    symbol<decltype(mlist_session_close)>("mlist_session_close")(session);
+    std::string archive = root_ / "box/example.jp/mylist/INBOX";
+    ASSERT_EQ(symbol<decltype(mlmbx_create)>("mlmbx_create")(archive.c_str()), 1);
+}
+
+Delivered Host::deliver(const std::string &message, const std::vector<std::string> &arguments,
+                        const std::string &submit_result) const
+{
+    std::string file = root_ / "message";
+    write_content(file, message);
+    std::vector<char *> vector{nullptr};
+    for (const std::string &argument : arguments)
+        vector.push_back(const_cast<char *>(argument.c_str()));
+    char reply[MLIST_REPLY_TEXT_SIZE] = "left over";
+    char result[MLIST_RESULT_TEXT_SIZE] = "untouched";
+
+    submitted.clear();
+    result_to_leave = submit_result;
+    DeliveryRequest request{};
+    request.submit = submit;
+    request.message_file = file.c_str();
+    request.argument_count = static_cast<int32_t>(arguments.size());
+    request.argument_vector = vector.data();
+    request.domain = "example.jp";
+    request.reply_text = reply;
+    request.result_text = result;
+    request.allocate = malloc;
+    request.release = free;
+    request.keep_text = keep_text;
+
+    Delivered delivered;
+    delivered.exit_code = symbol<decltype(ModuleMain)>("ModuleMain")(&request);
+    delivered.reply = reply;
+    delivered.result = result;
+    delivered.submitted = submitted;
+    return delivered;
+}

@@ -1,0 +1,45 @@
+import signal
+import threading
+import time
+
+from lib import LIST, check, daemon, equal, message
+
+OTHER = "other@example.org"
+accepted = []
+lock = threading.Lock()
+
+
+def keep_posting(server, worker):
+    for count in range(10000):
+        to = (LIST, OTHER)[count % 2]
+        token = b"<a%d@example.net>" % (worker * 100000 + count)
+        try:
+            code, _ = server.post(message(number=worker * 100000 + count), to=to)
+        except Exception:       # the daemon has gone: what the test waits for
+            return
+        if code == 250:
+            with lock:
+                accepted.append((to, token))
+
+
+with daemon(lists=(LIST, OTHER)) as server:
+    workers = [threading.Thread(target=keep_posting, args=(server, n)) for n in range(6)]
+    for worker in workers:
+        worker.start()
+    time.sleep(2)
+    server.signal(signal.SIGTERM)
+    equal(server.wait(), 0, "exit status")
+    for worker in workers:
+        worker.join()
+    check(len(accepted) > 10, f"only {len(accepted)} mails were accepted")
+
+    server.start()              # whatever was queued leaves now
+    for address in (LIST, OTHER):
+        mails = server.archived(address)
+        equal([b"X-Mail-Count: %06d\r\n" % n in mail for n, mail in enumerate(mails, 1)],
+              [True] * len(mails), "numbers without gaps")
+        tokens = [mail.split(b"Message-ID: ")[1].split(b"\r\n")[0] for mail in mails]
+        missing = {token for to, token in accepted if to == address} - set(tokens)
+        equal(missing, set(), f"accepted mails missing from {address}")
+    total = len(server.archived(LIST)) + len(server.archived(OTHER))
+    server.received("bob@example.jp", total)

@@ -1,0 +1,34 @@
+"""Killed at any moment, the daemon leaves lists that a new start puts in order."""
+
+import threading
+import time
+
+from lib import daemon, equal, message
+
+
+def keep_posting(server):
+    try:
+        for count in range(10000):
+            server.post(message(number=count))
+    except Exception:           # killed: what the test waits for
+        pass
+
+
+with daemon() as server:
+    for round in range(5):
+        workers = [threading.Thread(target=keep_posting, args=(server,)) for _ in range(3)]
+        for worker in workers:
+            worker.start()
+        time.sleep(0.3 + 0.17 * round)
+        server.kill()
+        for worker in workers:
+            worker.join()
+        server.start()
+        report = server.ctl("list", "check", "mylist@example.jp", status=None)
+        problems = [line for line in report.splitlines()
+                    if not line.startswith("    ") and "in order" not in line
+                    and "archived but not distributed" not in line
+                    and "is not in the index" not in line]
+        equal(problems, [], f"round {round}")
+    next_number, records = server.index()
+    equal([record[0] for record in records], list(range(1, next_number)), "numbers without gaps")

@@ -1,0 +1,18 @@
+"""A delivery holds the list's lock; the tool waits for it and then sees what it left."""
+
+import fcntl
+import subprocess
+import time
+
+from lib import BUILD, LIST, PATIENCE, check, daemon, equal
+
+with daemon(start=False) as server:
+    with open(server.control("lock"), "r+") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        tool = subprocess.Popen([BUILD / "bin/mlistctl", "--config", server.config, "member", "add",
+                                 LIST, "carol@example.com"], stdout=subprocess.DEVNULL)
+        time.sleep(1)
+        check(tool.poll() is None, "it waits")
+        check(b"carol" not in server.control("member").read_bytes(), "nothing has changed yet")
+    equal(tool.wait(PATIENCE), 0, "exit status")
+    check(b"carol@example.com ON \r\n" in server.control("member").read_bytes(), "then it adds")
