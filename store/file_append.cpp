@@ -1,0 +1,163 @@
+/* The archive hand-off: a posting's journal becomes the archive's next message, and the archive is
+   cut to the number of messages that the list keeps. */
+#include <errno.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "mlist/archive.h"
+#include "module/guards.h"
+#include "module/os.h"
+#include "store/fail_text.h"
+#include "store/file.h"
+#include "store/rewrite.h"
+
+static const FailText append_open(1, 293, "mlname=%s mlappend f_open error %m [fn=%s]\n");
+static const FailText append_read(1, 294, "mlname=%s mlappend fgets error %m [%s]");
+static const FailText append_mailbox(5, 295, "mlname=%s mlappend mbxopen failure %m [fn=%s]");
+static const FailText append_message(1, 296, "mlname=%s mbxappend error %m [fn=%s]");
+
+/* The archive's record count, header record included, as the handle or block has it. */
+static uint32_t record_count(const IndexRecord *index)
+{
+    return index[0].header_size;
+}
+
+/* -- the journal -- */
+
+struct Journal {
+    char path[PATH_SIZE];
+    uint32_t size;
+    uint32_t header_size;
+};
+
+/* Adds up the lines, as handed out, up to and with the first empty one.  0, or -1. */
+static int measure_header(FileRecord *file, uint32_t *size_out)
+{
+    char line[8192];
+    size_t sum = 0;
+    bool in_header = true;
+    while (in_header && Fgets(line, sizeof(line), file) != nullptr) {
+        sum += strlen(line);
+        in_header = strcmp(line, "\r\n") != 0;
+    }
+    *size_out = static_cast<uint32_t>(sum);
+    return in_header && Ferror(file) != 0 ? -1 : 0;
+}
+
+static int measure_journal(DeliveryJob *job, Journal *journal)
+{
+    char name[32];
+    snprintf(name, sizeof(name), "jnl/j.%d", job->thread_id);
+    FileRecord *file = nullptr;
+    if (control_path(journal->path, job, name) == 0) {
+        journal->size = static_cast<uint32_t>(stat_size(journal->path));
+        file = f_open(journal->path, "r");
+    }
+    if (file == nullptr) return log_failure(append_open, job->list_name, journal->path);
+    const int measured = measure_header(file, &journal->header_size);
+    if (measured < 0) (void)log_failure(append_read, job->list_name, journal->path);
+    abandon_file(file);
+    return measured;
+}
+
+/* -- a keep count above or below zero: append, then expunge -- */
+
+/* Appends the journal as one batch.  0, or -1 with errno. */
+static int append_journal(const char *box, const Journal &journal)
+{
+    IndexHandle *batch =
+        mbxappend(box, NO_INDEX_HANDLE, journal.path, 0, journal.header_size, journal.size, 0);
+    if (batch == NO_INDEX_HANDLE) return -1;
+    (void)mbxappend(nullptr, batch, nullptr, 0, 0, 0, 0); /* one answer; errno tells them apart */
+    return errno == 0 ? 0 : -1;
+}
+
+/* Marks the oldest messages, so that with the new one as many stay as the list keeps; whether it
+   marked any.  The count is that from before the append: its header record stands for the new
+   message. */
+static bool mark_surplus(IndexRecord *index, int32_t keep)
+{
+    const int64_t records = record_count(index);
+    if (records <= 1 || records <= keep) return false;
+    int64_t surplus = records - keep;
+    if (surplus > records - 1) surplus = records - 1; /* a negative count keeps only the new one */
+    for (int64_t i = 1; i <= surplus; ++i)
+        index[i].flags |= MESSAGE_DELETED | MESSAGE_CHANGED;
+    return true;
+}
+
+static int append_and_trim(DeliveryJob *job, const char *box, const Journal &journal)
+{
+    MailboxHandle *mailbox = job->mailbox;
+    job->append_uid = mailbox->index[0].uid;
+    if (append_journal(box, journal) < 0) return log_failure(append_message, job->list_name, box);
+    mailbox->mode |= MAILBOX_FORCE_CHECK;
+    if (mark_surplus(mailbox->index, job->settings.journal)) mlmbx_expunge(mailbox, 0);
+    return 0;
+}
+
+static int append_to_archive(DeliveryJob *job, const char *box)
+{
+    Journal journal;
+    if (measure_journal(job, &journal) < 0) return -1;
+    job->mailbox = list_mbx_open(box, 0);
+    if (job->mailbox == nullptr) return log_failure(append_mailbox, job->list_name, box);
+    const int result = append_and_trim(job, box, journal);
+    KeepErrno keep;
+    list_mbx_close(job->mailbox);
+    job->mailbox = nullptr;
+    return result;
+}
+
+/* -- a keep count of zero: empty the archive -- */
+
+/* Takes all messages out of the block and counts the posting that is not kept.  0 or -1. */
+static int empty_records(IndexHandle *index, IndexRecord *records, uint32_t *count_out)
+{
+    if (records == nullptr) return -1;
+    *count_out = record_count(records);
+    records[0].uid += 1;
+    records[0].header_size = 1;
+    return mlmbx_writeidx(index, records);
+}
+
+/* The same on disk; what the index held is in *former_out, the caller's.  The transaction, and with
+   it the lock, ends on every path; after a failed read or write it ends without effect. */
+static int empty_index(const char *box, IndexRecord **former_out, uint32_t *count_out)
+{
+    IndexHandle *index = mlmbx_openidx(box, -1, INDEX_PLAIN);
+    if (index == NO_INDEX_HANDLE) return -1;
+    *former_out = mlmbx_readidx(index);
+    const int emptied = empty_records(index, *former_out, count_out);
+    const int32_t closed = mlmbx_closeidx(index, INDEX_PLAIN);
+    return emptied < 0 || closed == -1 ? -1 : 0;
+}
+
+static void remove_message(DeliveryJob *job, uint32_t uid)
+{
+    char name[32];
+    char path[PATH_SIZE];
+    snprintf(name, sizeof(name), "INBOX/#msg/%u", uid);
+    if (archive_path(path, job, name) == 0) (void)os->unlink(path); /* the index forgot it */
+}
+
+/* The files go after the index is on disk: a crash in between leaves files that no index names,
+   never an index that names missing files. */
+static int empty_archive(DeliveryJob *job, const char *box)
+{
+    IndexRecord *former = nullptr;
+    uint32_t count = 0;
+    const int result = empty_index(box, &former, &count);
+    for (uint32_t i = 1; result == 0 && i < count; ++i)
+        remove_message(job, former[i].uid);
+    mlist_release(former);
+    return result;
+}
+
+int mlappend(DeliveryJob *job)
+{
+    char box[PATH_SIZE];
+    if (archive_path(box, job, "INBOX") < 0)
+        return log_failure(append_mailbox, job->list_name, box);
+    return job->settings.journal == 0 ? empty_archive(job, box) : append_to_archive(job, box);
+}
