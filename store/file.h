@@ -18,13 +18,17 @@
    bytes.  0, or -1 with ENAMETOOLONG when it does not fit (out is then empty). */
 int control_path(char *out, const DeliveryJob *job, const char *name);
 int archive_path(char *out, const DeliveryJob *job, const char *name);
+
+/* The same below any root, for a list that no job names. */
 int list_path(char *out, const char *root, const char *domain, const char *list, const char *name);
 
 /* Copies in blocks: the target is created 0600 if missing, truncated in place and synced.  0, or
    -1.  KEPT: a failed write is not reported by the copy itself. */
 int cpyfile(const char *source, const char *target);
+
 /* cpyfile(), and both sizes agree afterwards.  0, or -1 with errno (ENOSPC for a short copy). */
 int copy_whole(const char *source, const char *target);
+
 int delfile(const char *path);       /* 0 or -1 */
 int extfile(const char *path);       /* 1 exists, 0 not */
 int64_t stat_size(const char *path); /* bytes, or -1 */

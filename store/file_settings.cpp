@@ -120,7 +120,9 @@ int get_mlini(const char *list, const char *domain, ListSettings *settings)
     apply_commands(settings, &parsed);
     apply_word(&settings->subject_mode, subject_words, parsed.subject);
     apply_word(&settings->precedence, precedence_words, parsed.precedence);
-    settings->journal = parsed.journal; /* KEPT: absent is 0, as with all plain numbers */
+    /* KEPT: an absent number is 0, not the default, here and below.
+       Test: GetMlini.AnEmptyFileIsNotTheDefaults */
+    settings->journal = parsed.journal;
     apply_word(&settings->nonmembers_may_post, posting_words, parsed.nonmember_posting);
     apply_word(&settings->nonmember_command_mask, nonmember_command_words,
                parsed.nonmember_commands);

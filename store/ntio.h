@@ -53,7 +53,8 @@ int Fputs(const char *text, FileRecord *record);
 int Putc(int byte, FileRecord *record);
 int Getc(FileRecord *record);
 
-/* Gives the read-ahead back to the descriptor's position; 0 or -1. */
+/* Gives the read-ahead back to the descriptor's position, after draining the write buffer; 0 or
+   -1.  A read-ahead of bytes ends at its first zero byte, as one of lines does. */
 int Fflush(FileRecord *record);
 
 /* Fflush() and lseek(); 0 or -1. */
@@ -64,9 +65,10 @@ int Fprintf(int fd, const char *format, ...) __attribute__((format(printf, 2, 3)
 
 /* -- our own additions -- */
 
-/* Gives a record opened for writing a buffer of size bytes: from now on Fputs() collects and
-   writes when the buffer is full, and reports a failed write of earlier text as its own (-2 or
-   -3; the length it prints is the block's).  0, or -1 without memory (writes stay direct). */
+/* Gives a record opened for writing a buffer of size bytes: from now on Fputs() and Putc() collect
+   and write when the buffer is full, and report a failed write of earlier text as their own (-2 or
+   -3; the length printed is the block's, which is given up).  0, or -1 without memory or when
+   draining an earlier buffer failed (writes stay as they were). */
 int Fbuffer(FileRecord *record, uint32_t size);
 
 /* Writes what Fputs() collected.  0, or -2, -3 as Fputs(). */

@@ -156,6 +156,27 @@ TEST_F(FileRenew, AFailedFirstHalfIsReported)
     EXPECT_EQ(before, read_file(path_));
 }
 
+TEST_F(FileRenew, AShortOldFileIsAFailedFirstHalf)
+{
+    write_file(path_, before);
+    write_file(new_, after);
+    {
+        FaultOs fault;
+        int writes = 0;
+        fault.before = [&](const std::string &call, const std::string &) {
+            return call == "write" && ++writes == 2 ? EDQUOT : 0;
+        };
+        EXPECT_EQ(-1, f_renew(path()));
+    }
+    EXPECT_EQ(Lines{"3/286 renew1 error (No space left on device) [" + path_ + "]"},
+              take_log_lines());
+    EXPECT_EQ(cut("472 copy newfile to oldfile " + path_), reply());
+    EXPECT_EQ(before, read_file(path_));
+    EXPECT_EQ(0, f_recover(path())) << "the new file was complete";
+    EXPECT_EQ(after, read_file(path_));
+    expect_at_rest();
+}
+
 TEST_F(FileRenew, AFailedSecondHalfIsReported)
 {
     write_file(path_, before);
