@@ -299,6 +299,13 @@ Result<Settings> read_settings(const std::string &file)
     return parse_settings(text.str(), file);
 }
 
+Result<Settings> read_settings_or_usual(const std::string &file)
+{
+    if (!file.empty()) return read_settings(file);
+    if (access(USUAL_SETTINGS_FILE, F_OK) != 0) return default_settings();
+    return read_settings(USUAL_SETTINGS_FILE);
+}
+
 std::string print_settings(const Settings &settings)
 {
     std::string out;

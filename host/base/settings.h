@@ -77,6 +77,12 @@ Settings default_settings();
    error is one line, "FILE:LINE: KEY: what is wrong". */
 Result<Settings> read_settings(const std::string &file);
 
+/* Where the settings are looked for when no file is named. */
+constexpr const char *USUAL_SETTINGS_FILE = "/etc/mlistd/mlistd.toml";
+
+/* The named file; with "" the usual one if it is there, else the defaults. */
+Result<Settings> read_settings_or_usual(const std::string &file);
+
 /* The same for a text; file is only named in errors and gives the directory. */
 Result<Settings> parse_settings(std::string_view text, const std::string &file);
 

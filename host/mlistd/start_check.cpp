@@ -1,0 +1,158 @@
+#include "host/mlistd/start_check.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/mlistd/hostlog.h"
+#include "host/mlistd/lists.h"
+
+namespace
+{
+
+constexpr auto TIDY_PAUSE = std::chrono::hours(1);
+constexpr time_t STALE_AGE = 24 * 3600;
+
+/* The files that the module rewrites through side files. */
+constexpr const char *rewritten_files[] = {"init",  "member",    "active",  "digest",
+                                           "grant", "subscribe", "confirm", "dgtstat"};
+
+/* A list's session with the module, for one list at a time of this thread. */
+using SessionHandle = std::unique_ptr<ListSession, decltype(&mlist_session_close)>;
+
+SessionHandle open_session(const ModuleLibrary &module, const ListAddress &list)
+{
+    ListSession *session = module.session_open(list.list.c_str(), list.domain.c_str());
+    if (session == nullptr)
+        log_error(LOG_LIST_UNUSABLE, system_error(list.name() + ": cannot be locked").text);
+    return {session, module.session_close};
+}
+
+std::vector<std::string> files_in(const std::string &directory)
+{
+    namespace fs = std::filesystem;
+    std::vector<std::string> names;
+    std::error_code failure;
+    for (fs::directory_iterator entry(directory, failure), end; !failure && entry != end;
+         entry.increment(failure))
+        names.push_back(entry->path().filename());
+    return names;
+}
+
+bool older_than_a_day(const std::string &path)
+{
+    struct stat status;
+    return lstat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           time(nullptr) - status.st_mtime > STALE_AGE;
+}
+
+/* Work files of deliveries that were denied or failed; a thread's number seldom comes again to
+   overwrite them. */
+std::vector<std::string> stale_work_files(const std::string &journal)
+{
+    std::vector<std::string> stale;
+    for (const std::string &name : files_in(journal))
+        if (name.starts_with("j.") && older_than_a_day(journal + "/" + name))
+            stale.push_back(journal + "/" + name);
+    return stale;
+}
+
+/* The caller holds the list's lock: a work file that is being written is never old then. */
+void remove_stale(const std::string &journal)
+{
+    for (const std::string &path : stale_work_files(journal))
+        if (unlink(path.c_str()) == 0)
+            log_notice(LOG_JOURNAL_REMOVED, path + ": removed, unused for a day");
+}
+
+/* A journal that has its number was archived but not distributed. */
+void report_undistributed(const ListAddress &list, const std::string &journal)
+{
+    const auto all_digits = [](const std::string &name) {
+        return std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
+    };
+    for (const std::string &name : files_in(journal))
+        if (all_digits(name))
+            log_warning(LOG_JOURNAL_LEFT,
+                        list.name() + ": archived but not distributed: " + journal + "/" + name);
+}
+
+void derive(const ModuleLibrary &module, const ListAddress &list, ListSession *session,
+            const char *type)
+{
+    const int derived = module.derive(session, type);
+    if (derived > 0)
+        log_notice(LOG_LIST_REPAIRED, list.name() + ": \"" + type + "\" made anew from the roster");
+    if (derived < 0)
+        log_error(LOG_LIST_UNUSABLE,
+                  list.name() + ": \"" + type + "\" cannot be made from the roster");
+}
+
+void check_list(const ModuleLibrary &module, const Settings &settings, const ListAddress &list)
+{
+    const SessionHandle session = open_session(module, list);
+    if (session == nullptr) return;
+    const std::string directory = control_path(settings, list.list, list.domain);
+    for (const char *name : rewritten_files)
+        if (module.recover((directory + "/" + name).c_str()) != 0)
+            log_error(LOG_LIST_UNUSABLE, list.name() + ": \"" + name + "\" cannot be recovered");
+    derive(module, list, session.get(), "active");
+    derive(module, list, session.get(), "digest");
+    remove_stale(directory + "/jnl");
+    report_undistributed(list, directory + "/jnl");
+}
+
+/* Takes the lock only where there is something to remove. */
+void tidy_list(const ModuleLibrary &module, const Settings &settings, const ListAddress &list)
+{
+    const std::string journal = control_path(settings, list.list, list.domain) + "/jnl";
+    if (stale_work_files(journal).empty()) return;
+    const SessionHandle session = open_session(module, list);
+    if (session != nullptr) remove_stale(journal);
+}
+
+} // namespace
+
+void check_lists(const ModuleLibrary &module, const Settings &settings)
+{
+    for (const ListAddress &list : all_lists(settings))
+        check_list(module, settings, list);
+}
+
+void remove_unfinished_mail(const std::string &in_directory)
+{
+    for (const std::string &name : files_in(in_directory))
+        unlink((in_directory + "/" + name).c_str());
+}
+
+Housekeeper::Housekeeper(const ModuleLibrary &module, const Settings &settings)
+    : module_(module), settings_(settings), thread_([this] { run(); })
+{
+}
+
+Housekeeper::~Housekeeper()
+{
+    {
+        const std::lock_guard lock(mutex_);
+        end_ = true;
+    }
+    ending_.notify_all();
+    thread_.join();
+}
+
+void Housekeeper::run()
+{
+    module_.set_output(discarding_stream());
+    std::unique_lock lock(mutex_);
+    while (!ending_.wait_for(lock, TIDY_PAUSE, [this] { return end_; })) {
+        lock.unlock();
+        for (const ListAddress &list : all_lists(settings_))
+            tidy_list(module_, settings_, list);
+        lock.lock();
+    }
+}
