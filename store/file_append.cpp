@@ -4,8 +4,9 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "mlist/archive.h"
+#include "archive/mbx.h"
 #include "module/guards.h"
+#include "module/host_mem.h"
 #include "module/os.h"
 #include "store/fail_text.h"
 #include "store/file.h"
@@ -15,12 +16,6 @@ static const FailText append_open(1, 293, "mlname=%s mlappend f_open error %m [f
 static const FailText append_read(1, 294, "mlname=%s mlappend fgets error %m [%s]");
 static const FailText append_mailbox(5, 295, "mlname=%s mlappend mbxopen failure %m [fn=%s]");
 static const FailText append_message(1, 296, "mlname=%s mbxappend error %m [fn=%s]");
-
-/* The archive's record count, header record included, as the handle or block has it. */
-static uint32_t record_count(const IndexRecord *index)
-{
-    return index[0].header_size;
-}
 
 /* -- the journal -- */
 
@@ -89,7 +84,7 @@ static bool mark_surplus(IndexRecord *index, int32_t keep)
 static int append_and_trim(DeliveryJob *job, const char *box, const Journal &journal)
 {
     MailboxHandle *mailbox = job->mailbox;
-    job->append_uid = mailbox->index[0].uid;
+    job->append_uid = uid_next(mailbox->index);
     if (append_journal(box, journal) < 0) return log_failure(append_message, job->list_name, box);
     mailbox->mode |= MAILBOX_FORCE_CHECK;
     if (mark_surplus(mailbox->index, job->settings.journal)) mlmbx_expunge(mailbox, 0);
@@ -111,28 +106,6 @@ static int append_to_archive(DeliveryJob *job, const char *box)
 
 /* -- a keep count of zero: empty the archive -- */
 
-/* Takes all messages out of the block and counts the posting that is not kept.  0 or -1. */
-static int empty_records(IndexHandle *index, IndexRecord *records, uint32_t *count_out)
-{
-    if (records == nullptr) return -1;
-    *count_out = record_count(records);
-    records[0].uid += 1;
-    records[0].header_size = 1;
-    return mlmbx_writeidx(index, records);
-}
-
-/* The same on disk; what the index held is in *former_out, the caller's.  The transaction, and with
-   it the lock, ends on every path; after a failed read or write it ends without effect. */
-static int empty_index(const char *box, IndexRecord **former_out, uint32_t *count_out)
-{
-    IndexHandle *index = mlmbx_openidx(box, -1, INDEX_PLAIN);
-    if (index == NO_INDEX_HANDLE) return -1;
-    *former_out = mlmbx_readidx(index);
-    const int emptied = empty_records(index, *former_out, count_out);
-    const int32_t closed = mlmbx_closeidx(index, INDEX_PLAIN);
-    return emptied < 0 || closed == -1 ? -1 : 0;
-}
-
 static void remove_message(DeliveryJob *job, uint32_t uid)
 {
     char name[32];
@@ -141,17 +114,24 @@ static void remove_message(DeliveryJob *job, uint32_t uid)
     if (archive_path(path, job, name) == 0) (void)os->unlink(path); /* the index forgot it */
 }
 
-/* The files go after the index is on disk: a crash in between leaves files that no index names,
-   never an index that names missing files. */
+/* Counts the posting without keeping it, or any other.  The files go after the index is on disk: a
+   crash in between leaves files that no index names, never an index that names missing files.
+   The transaction, and with it the lock, ends on every path. */
 static int empty_archive(DeliveryJob *job, const char *box)
 {
-    IndexRecord *former = nullptr;
-    uint32_t count = 0;
-    const int result = empty_index(box, &former, &count);
-    for (uint32_t i = 1; result == 0 && i < count; ++i)
-        remove_message(job, former[i].uid);
-    mlist_release(former);
-    return result;
+    IndexTransaction transaction;
+    if (transaction.begin(box) < 0) return -1;
+    HostPtr<IndexRecord> index(transaction.read());
+    if (index.p == nullptr) return -1;
+
+    const uint32_t count = record_count(index.p);
+    uid_next(index.p) += 1;
+    record_count(index.p) = 1;
+    struct timespec changed;
+    if (transaction.write(index.p) < 0 || transaction.end(&changed) < 0) return -1;
+    for (uint32_t i = 1; i < count; ++i)
+        remove_message(job, index.p[i].uid);
+    return 0;
 }
 
 int mlappend(DeliveryJob *job)

@@ -33,15 +33,14 @@ static void close_stream(FILE *file)
     (void)fclose(file); /* only read */
 }
 
-/* Whether the EUC-JP text ends with the first byte of a two-byte character. */
-static bool ends_inside_character(const char *text)
+/* Where a text of EUC-JP may be cut: before its last character, or at limit bytes at most. */
+static size_t last_cut(const char *text, size_t limit)
 {
-    const unsigned char *p = reinterpret_cast<const unsigned char *>(text);
-    for (; *p != '\0'; ++p) {
-        const bool leads = *p == 0x8E || *p >= 0xA1;
-        if (leads && *++p == '\0') return true;
-    }
-    return false;
+    const unsigned char *bytes = reinterpret_cast<const unsigned char *>(text);
+    size_t cut = 0;
+    for (size_t next = 0; next <= limit; next += bytes[next] == 0x8E || bytes[next] >= 0xA1 ? 2 : 1)
+        cut = next;
+    return cut;
 }
 
 /* The next line, or piece of a line that is longer than 4,095 bytes; a piece never ends inside a
@@ -50,23 +49,35 @@ static bool read_piece(char *piece, FILE *file)
 {
     if (fgets(piece, LINE_SIZE, file) == nullptr) return false;
     const size_t size = strlen(piece);
-    if (size == LINE_SIZE - 1 && ends_inside_character(piece)) {
-        (void)ungetc(static_cast<unsigned char>(piece[size - 1]), file); /* one always fits */
-        piece[size - 1] = '\0';
-    }
+    const size_t cut = size == LINE_SIZE - 1 ? last_cut(piece, size) : size;
+    if (cut == size) return true;
+    (void)ungetc(static_cast<unsigned char>(piece[cut]), file); /* one byte always fits */
+    piece[cut] = '\0';
     return true;
+}
+
+/* Writes a piece in JIS, in two halves when it grew too long.  What Fputs() answers. */
+static int put_piece(char *piece, FileRecord *journal)
+{
+    char text[LINE_SIZE];
+    const size_t middle = last_cut(piece, strlen(piece) / 2);
+    if (euc2jis(piece, text, sizeof(text)) == 0 || middle == 0) return Fputs(text, journal);
+
+    const char first_of_second = piece[middle];
+    piece[middle] = '\0';
+    const int written = put_piece(piece, journal);
+    piece[middle] = first_of_second;
+    return written < 0 ? written : put_piece(piece + middle, journal);
 }
 
 /* Writes what is left of the file, converted, and an empty line.  0; -1 (logged). */
 static int write_lines(DeliveryJob *job, const Banner &banner, const char *path, FILE *file)
 {
     char piece[LINE_SIZE];
-    char text[LINE_SIZE];
-    while (read_piece(piece, file)) {
-        /* What does not fit after conversion is cut. */
-        (void)euc2jis(piece, text, sizeof(text));
-        if (Fputs(text, job->journal) < 0) return log_failure(banner.write, job->list_name, path);
-    }
+    while (read_piece(piece, file))
+        if (put_piece(piece, job->journal) < 0)
+            return log_failure(banner.write, job->list_name, path);
+
     const bool read_failed = ferror(file) != 0;
     const int read_errno = errno;
     if (Fputs("\r\n", job->journal) < 0) return log_failure(banner.write, job->list_name, path);
