@@ -70,10 +70,12 @@ TEST_F(Arguments, SlashesControlsAndCapitalsOfANameAreCleaned)
 TEST_F(Arguments, TheMarkerIsRecognisedInEitherCaseAndAnyOtherMakesAPosting)
 {
     const std::string mail = "From: alice@example.net\r\n\r\ntext\r\n";
-    EXPECT_EQ(69, deliver(mail, {"mylist", "/C"}));
-    EXPECT_TRUE(host.submissions.empty());
+    EXPECT_EQ(0, deliver(mail, {"mylist", "/C"}));
+    EXPECT_TRUE(host.submissions.at(0).has_recipients) << "an answer, not a posting";
+    EXPECT_TRUE(list_directory(list.box("#msg")).empty());
     EXPECT_EQ(0, deliver(mail, {"mylist", "/cc"}));
-    EXPECT_EQ(1u, host.submissions.size());
+    EXPECT_FALSE(host.submissions.at(1).has_recipients);
+    EXPECT_EQ(1u, list_directory(list.box("#msg")).size());
 }
 
 TEST_F(Arguments, MissingDirectoriesAreMadeForOwnerAndGroup)

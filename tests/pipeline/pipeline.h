@@ -42,7 +42,7 @@ class PipelineTest : public ::testing::Test
     std::string journal() const;               /* jnl/j.TID of this thread, its content */
     std::string archived(unsigned uid) const;  /* "#msg/UID" */
     std::vector<uint32_t> index_words() const; /* "#mix" as 32-bit words */
-    std::string path(const std::string &name) const { return list.control(name); }
+    std::string path(const std::string &name = "") const { return list.control(name); }
     void expect_nothing_lost_or_left() const; /* no side files, no lock held */
 
     std::string message_file; /* where deliver() puts the incoming message */
