@@ -1,4 +1,4 @@
-from lib import MEMBERS, daemon, distributed, equal, message
+from lib import MEMBERS, daemon, distributed, equal, in_maildir, message
 
 with daemon() as server:
     mail = message()
@@ -6,7 +6,7 @@ with daemon() as server:
     wanted = distributed(mail, 1, b"Hello")
 
     for member in MEMBERS:
-        equal(server.received(member)[0], wanted, f"copy of {member}")
+        equal(server.received(member)[0], in_maildir(wanted), f"copy of {member}")
     equal(server.archived(), [wanted], "archive")
     header_size = wanted.index(b"\r\n\r\n") + 4
     equal(server.index(), (2, [(1, 32, header_size, len(wanted))]), "index")

@@ -1,4 +1,4 @@
-from lib import LIST, daemon, distributed, equal, message
+from lib import LIST, daemon, distributed, equal, in_maildir, message
 
 with daemon() as server:
     mail = message(body=b"first\r\nsecond\r\n")
@@ -8,4 +8,4 @@ with daemon() as server:
     equal(client.data(wire), [250], "answer")
     client.close()
     equal(server.archived(), [distributed(mail, 1, b"Hello")], "archive")
-    equal(server.received("bob@example.jp"), server.archived(), "copy")
+    equal(server.received("bob@example.jp")[0], in_maildir(server.archived()[0]), "copy")

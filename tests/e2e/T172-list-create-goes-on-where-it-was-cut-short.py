@@ -4,7 +4,7 @@ import shutil
 
 from lib import LIST, daemon, equal, message
 
-with daemon(start=False) as server:
+with daemon(members=(), start=False) as server:
     whole = [path for path in server.data.rglob("*") if path.name not in ("lock",)]
     whole = [path.relative_to(server.data) for path in whole]
     model = server.root / "model"

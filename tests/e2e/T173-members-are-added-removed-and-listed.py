@@ -31,7 +31,7 @@ with daemon(members=(), start=False) as server:
     for bad in ("no address", "a@b@c", "a b@example.jp", "@example.jp", "x@", "-x@example.jp",
                 "a\tb@example.jp", "<a@example.jp>", "a" * 250 + "@example.jp", LIST,
                 "mylist-ctl@example.jp", "owner-mylist@example.jp"):
-        server.ctl("member", "add", LIST, "eve@example.com", "--", bad, status=65)
+        server.ctl("member", "add", LIST, "eve@example.com", "-", stdin=bad.encode(), status=65)
         check("nobody was added" in server.complaint, server.complaint)
     equal(active(), before, "active after refused additions")
 

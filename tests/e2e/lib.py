@@ -103,6 +103,11 @@ def distributed(original, number, subject, list_name="mylist", domain="example.j
     return b"\r\n".join(lines) + b"\r\n\r\n" + body
 
 
+def in_maildir(mail, list_address=LIST):
+    """How the outbox keeps a posting: a Maildir has LF line ends and the envelope's sender."""
+    return b"Return-Path: <owner-" + list_address.encode() + b">\n" + mail.replace(b"\r\n", b"\n")
+
+
 # -- a client that obeys nothing -----------------------------------------------------------------
 
 class RawClient:
