@@ -12,19 +12,14 @@
 /* A buffer being filled line by line. */
 struct AddedLines {
     char *next;
-    int room;   /* bytes left at next, for the NUL too */
-    int budget; /* bytes left after the charges so far */
+    int room; /* bytes left at next, for the NUL too */
 };
 
-/* Takes charge from the budget and appends the line.  0, or -1 when the budget is used up or the
-   line does not fit.
-
-   KEPT: a line is charged with a length of its own, which is not the length of its text; that
-   decides what is too long.  Test: HeaderAdd.LinesAreChargedByTheirStatedLengths */
-__attribute__((format(printf, 3, 4))) static int add_line(AddedLines *lines, size_t charge,
-                                                          const char *format, ...)
+/* Appends a line; 0, or -1 when it does not fit. */
+__attribute__((format(printf, 2, 3))) static int add_line(AddedLines *lines, const char *format,
+                                                          ...)
 {
-    if (charge >= static_cast<size_t>(lines->budget)) return -1;
+    if (lines->room <= 0) return -1;
     va_list arguments;
     va_start(arguments, format);
     const int length = vsnprintf(lines->next, static_cast<size_t>(lines->room), format, arguments);
@@ -33,7 +28,6 @@ __attribute__((format(printf, 3, 4))) static int add_line(AddedLines *lines, siz
         lines->next[0] = '\0';
         return -1;
     }
-    lines->budget -= static_cast<int>(charge);
     lines->next += length;
     lines->room -= length;
     return 0;
@@ -41,16 +35,13 @@ __attribute__((format(printf, 3, 4))) static int add_line(AddedLines *lines, siz
 
 static AddedLines begin_lines(char *buffer, int size)
 {
-    if (size <= 0) return {buffer, 0, 0};
-    buffer[0] = '\0';
-    return {buffer, size, size};
+    if (size > 0) buffer[0] = '\0';
+    return {buffer, size};
 }
 
 static int add_xml_name(AddedLines *lines, DeliveryJob *job)
 {
-    static const char name[] = "X-ML-Name:";
-    const size_t charge = strlen(name) + strlen(job->list_name) + 2 + strlen(job->domain) + 2;
-    if (add_line(lines, charge, "%s %s@%s\r\n", name, job->list_name, job->domain) == 0) return 0;
+    if (add_line(lines, "X-ML-Name: %s@%s\r\n", job->list_name, job->domain) == 0) return 0;
     out_printf("Add Header Too Long -X-ML-Name-\n");
     trace_sys(&g_logh, 1, 317, "mlname=%s Add Header Too Long -X-ML-Name-", job->list_name);
     return -1;
@@ -58,8 +49,7 @@ static int add_xml_name(AddedLines *lines, DeliveryJob *job)
 
 static int add_mail_count(AddedLines *lines, DeliveryJob *job)
 {
-    static const char name[] = "X-Mail-Count:";
-    if (add_line(lines, strlen(name) + 8, "%s %06u\r\n", name, job->new_number) == 0) return 0;
+    if (add_line(lines, "X-Mail-Count: %06u\r\n", job->new_number) == 0) return 0;
     out_printf("Add Header Too Long -X-Mail-Count-\n");
     trace_sys(&g_logh, 1, 318, "mlname=%s Add Header Too Long -X-Mail-Count-", job->list_name);
     return -1;
@@ -73,9 +63,7 @@ static const char *precedence_word(int precedence)
 
 static int add_precedence(AddedLines *lines, DeliveryJob *job)
 {
-    static const char name[] = "Precedence:";
-    if (add_line(lines, strlen(name) + 6, "%s %s\r\n", name,
-                 precedence_word(job->settings.precedence)) == 0)
+    if (add_line(lines, "Precedence: %s\r\n", precedence_word(job->settings.precedence)) == 0)
         return 0;
     out_printf("Add Header Too Long -Precedence-\n");
     trace_sys(&g_logh, 1, 319, "mlname=%s Add Header Too Long -Precedence-", job->list_name);
@@ -84,11 +72,9 @@ static int add_precedence(AddedLines *lines, DeliveryJob *job)
 
 static int add_reply_to(AddedLines *lines, DeliveryJob *job)
 {
-    static const char name[] = "Reply-To:";
     const char *address = job->settings.reply_to;
     if (address[0] == '\0') address = job->list_name;
-    if (add_line(lines, strlen(name) + strlen(address) + 2, "%s %s\r\n", name, address) == 0)
-        return 0;
+    if (add_line(lines, "Reply-To: %s\r\n", address) == 0) return 0;
     out_printf("Add Header Too Long -Reply-To-\n");
     trace_sys(&g_logh, 1, 321, "mlname=%s Add Header Too Long -Reply-To-", job->list_name);
     return -1;
@@ -112,14 +98,19 @@ int header_add(char *buffer, int size, DeliveryJob *job)
     return 0;
 }
 
-/* KEPT: charged with the length of the poster's address, not of the owner's.
+/* KEPT: the room is judged by the length of the poster's address, not of the owner's.
    Test: HeaderAdd2.ALongPosterAddressIsTooLong */
+static bool sender_fits(const DeliveryJob *job, int size)
+{
+    return strlen("Sender: ") + strlen(job->sender) + 2 < static_cast<size_t>(size);
+}
+
 int header_add2(char *buffer, int size, DeliveryJob *job)
 {
     AddedLines lines = begin_lines(buffer, size);
     if (add_resent_header == 0) return 0;
-    const size_t charge = strlen("Sender: ") + strlen(job->sender) + 2;
-    if (add_line(&lines, charge, "Sender: owner-%s@%s\r\n", job->list_name, job->domain) == 0)
+    if (size > 0 && sender_fits(job, size) &&
+        add_line(&lines, "Sender: owner-%s@%s\r\n", job->list_name, job->domain) == 0)
         return 0;
     out_printf("Add Header Too Long -Resent-*-\n");
     trace_sys(&g_logh, 1, 321, "mlname=%s Add Header Too Long -Resent-*-", job->list_name);

@@ -325,6 +325,15 @@ TEST(HeaderProc, OnlyOneBlankIsSkippedAndOnlyWhereTheFieldWantsIt)
     EXPECT_STREQ(job->xml_name, " e");
 }
 
+TEST(HeaderProc, ATabIsPartOfTheValue)
+{
+    HeaderJob job;
+    for (string line : {"Subject:\ta\r\n", "\t\tb\r\n", "X-ML-Name:\tc\r\n"})
+        job.process(line);
+    EXPECT_STREQ(job->subject, "\ta\tb");
+    EXPECT_STREQ(job->xml_name, "\tc");
+}
+
 TEST(HeaderProc, ALaterXmlNameLineReplacesTheValue)
 {
     HeaderJob job;
