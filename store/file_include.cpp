@@ -92,8 +92,8 @@ int add_mlmbr(DeliveryJob *job, const char *address)
     return derive(job, BOTH);
 }
 
-/* KEPT: an add that finds a line with an unknown word, and a removal that fails, look like success
-   to the commands.  Tests: AddMlmbr.*, DelMlmbr.AnswersZeroEvenWhenItFails */
+/* KEPT: a removal that fails looks like success to the commands.
+   Test: DelMlmbr.AnswersZeroEvenWhenItFails */
 int del_mlmbr(DeliveryJob *job, const char *address)
 {
     static const Derive after_status[] = {NOTHING, ACTIVE, NOTHING, DIGEST};

@@ -314,6 +314,32 @@ TEST_F(Append, AnAppendThatIsNotCommittedIsAFailure)
     take_log();
 }
 
+TEST_F(Append, WithoutMemoryNothingIsLostAndNothingStaysLocked)
+{
+    for (const int keep : {1000, 1, 0}) {
+        bool reached = true;
+        long nth = 0;
+        for (; reached; ++nth) {
+            mlmbx_delete(list.box().c_str());
+            ASSERT_EQ(1, mlmbx_create(list.box().c_str()));
+            list.job()->settings.journal = 1000;
+            append_numbered(1, 2);
+            const std::string before = index().substr(0, 4);
+            list.job()->settings.journal = keep;
+            host_.fail_allocation = nth;
+            const int answer = append(message(100, 200));
+            reached = host_.fail_allocation < 0;
+            host_.fail_allocation = -1;
+            EXPECT_TRUE(answer < 0 || index().substr(0, 4) == le32(4)) << keep << " " << nth;
+            EXPECT_TRUE(answer == 0 || index().substr(0, 4) == before) << keep << " " << nth;
+            EXPECT_EQ(nullptr, list.job()->mailbox);
+            EXPECT_TRUE(index_is_unlocked(list)) << keep << " " << nth;
+        }
+        EXPECT_GT(nth, 3) << keep;
+    }
+    take_log();
+}
+
 /* UIDNEXT and the UIDs of an index. */
 std::vector<uint32_t> numbers(const std::string &index)
 {

@@ -584,4 +584,41 @@ TEST(RosterFaults, ARosterThatIsStillToBeMadeIsMadeWholeOrNotAtAll)
         {"member"}, [](TempList &list) { remove(list.control("member").c_str()); },
         [](TempList &list) { return add_member(list.job(), "new@x"); });
 }
+
+TEST(RosterFaults, WithoutMemoryNothingIsLost)
+{
+    static const struct {
+        const char *label;
+        int (*run)(DeliveryJob *);
+        const char *after;
+    } rows[] = {
+        {"add", [](DeliveryJob *job) { return add_member(job, "new@x"); },
+         "alice@example.net ON \r\nBob@Example.jp OFF\r\ncarol@example.com DGT\r\nnew@x ON \r\n"},
+        {"del", [](DeliveryJob *job) { return del_member(job, "bob@example.jp"); },
+         "alice@example.net ON \r\ncarol@example.com DGT\r\n"},
+        {"chg", [](DeliveryJob *job) { return chg_member(job, "bob@example.jp", "DGT"); },
+         "alice@example.net ON \r\nBob@Example.jp DGT\r\ncarol@example.com DGT\r\n"},
+    };
+    for (const auto &row : rows) {
+        bool reached = true;
+        long nth = 0;
+        for (; reached; ++nth) {
+            TempList list;
+            list.put("member", three_members);
+            FakeHost host;
+            tcbcreate(&host.request);
+            host.fail_allocation = nth;
+            const int result = row.run(list.job());
+            reached = host.fail_allocation < 0;
+            host.fail_allocation = -1;
+            EXPECT_EQ(0, f_recover(list.control("member").c_str()));
+            EXPECT_EQ(result < 0 ? three_members : row.after, list.get("member"))
+                << row.label << " without allocation " << nth;
+            tcbfree();
+            EXPECT_EQ(0, host.live_blocks) << row.label << " without allocation " << nth;
+        }
+        EXPECT_GT(nth, 4) << row.label;
+    }
+    (void)take_log();
+}
 } // namespace
