@@ -10,24 +10,26 @@ template <int (*collect)(DeliveryJob *, const char *)> static int reading(Delive
     return collect(job, v);
 }
 
+using enum HeaderRule;
+
 // clang-format off
 const HeaderRow header_rows[] = {
-    { "Received:",    HeaderRule::to_x_received,    false, nullptr,               nullptr },
-    { "Subject:",     HeaderRule::edited_subject,   true,  reading<head_subject>, "header_proc: subject err" },
-    { "X-ML-Name:",   HeaderRule::loop_check,       true,  head_xmlname,          "header_proc: xmlname err" },
-    { "X-Mail-Count:", HeaderRule::drop,            false, nullptr,               nullptr },
-    { "Precedence:",  HeaderRule::drop,             false, nullptr,               nullptr },
-    { "Errors-To:",   HeaderRule::own_errors_to,    false, nullptr,               nullptr },
-    { "Reply-To:",    HeaderRule::own_reply_to,     false, nullptr,               nullptr },
-    { "From ",        HeaderRule::mailbox_envelope, false, nullptr,               nullptr },
-    { "From:",        HeaderRule::keep,             false, reading<head_from>,    "header_proc: from err" },
-    { "Message-Id:",  HeaderRule::keep,             false, reading<head_msgid>,   "header_proc: msgid err" },
-    { "Content-Type:", HeaderRule::keep,            false, reading<head_contype>, "header_proc: contype err" },
-    { "Return-Path:", HeaderRule::keep,             false, reading<head_retpath>, "header_proc: retpath err" },
-    { "Disposition-Notification-To:", HeaderRule::drop, false, nullptr,           nullptr },
-    { "Resent-Sender:", HeaderRule::drop,           false, nullptr,               nullptr },
-    { "Resent-From:", HeaderRule::drop,             false, nullptr,               nullptr },
-    { "Sender:",      HeaderRule::drop,             false, nullptr,               nullptr },
+    {"Received:",      to_x_received,    false, nullptr,               nullptr},
+    {"Subject:",       edited_subject,   true,  reading<head_subject>, "header_proc: subject err"},
+    {"X-ML-Name:",     loop_check,       true,  head_xmlname,          "header_proc: xmlname err"},
+    {"X-Mail-Count:",  drop,             false, nullptr,               nullptr},
+    {"Precedence:",    drop,             false, nullptr,               nullptr},
+    {"Errors-To:",     own_errors_to,    false, nullptr,               nullptr},
+    {"Reply-To:",      own_reply_to,     false, nullptr,               nullptr},
+    {"From ",          mailbox_envelope, false, nullptr,               nullptr},
+    {"From:",          keep,             false, reading<head_from>,    "header_proc: from err"},
+    {"Message-Id:",    keep,             false, reading<head_msgid>,   "header_proc: msgid err"},
+    {"Content-Type:",  keep,             false, reading<head_contype>, "header_proc: contype err"},
+    {"Return-Path:",   keep,             false, reading<head_retpath>, "header_proc: retpath err"},
+    {"Disposition-Notification-To:", drop, false, nullptr,            nullptr},
+    {"Resent-Sender:", drop,             false, nullptr,               nullptr},
+    {"Resent-From:",   drop,             false, nullptr,               nullptr},
+    {"Sender:",        drop,             false, nullptr,               nullptr},
 };
 // clang-format on
 
