@@ -11,6 +11,7 @@ constexpr std::string_view OWNER_PREFIX = "owner-";
 constexpr std::string_view OWNER_SUFFIX = "-owner";
 constexpr size_t MAILBOX_MAX = 254;
 
+/* Those of RFC 5322's atoms but "/", which no list name may have. */
 bool is_atom_character(char c)
 {
     return is_alnum(c) || std::string_view("!#$%&'*+-=?^_`{|}~").find(c) != std::string_view::npos;
@@ -59,7 +60,7 @@ bool valid_local_part(std::string_view local)
             return c >= ' ' && c < 0x7f && c != '"' && c != '\\' && c != '<' && c != '>';
         });
     }
-    return dotted(local, is_atom_character);
+    return dotted(local, [](char c) { return is_atom_character(c) || c == '/'; });
 }
 
 /* "[192.0.2.1]", "[IPv6:2001:db8::1]". */

@@ -12,10 +12,10 @@
 
 /* Collected on the way. */
 struct HeaderFacts {
-    std::string from;           /* of all From lines, joined exactly as the module joins them */
-    std::string auto_submitted; /* of the last such line */
-    std::string precedence;     /* of the last such line */
-    size_t received = 0;        /* lines: hops so far */
+    std::string from{};           /* of all From lines, joined exactly as the module joins them */
+    std::string auto_submitted{}; /* of the last such line */
+    std::string precedence{};     /* of the last such line */
+    size_t received = 0;          /* lines: hops so far */
 };
 
 class HeaderFilter

@@ -35,9 +35,9 @@ class LmtpHandler
 };
 
 struct LmtpConfig {
-    std::string hostname;
-    std::vector<std::string> control_suffixes;
-    std::string in_directory; /* mail being received */
+    std::string hostname{};
+    std::vector<std::string> control_suffixes{};
+    std::string in_directory{}; /* mail being received */
     size_t recipients = 100;
     int64_t message_size = 50 * 1024 * 1024;
     int64_t timeout_ms = 300'000;

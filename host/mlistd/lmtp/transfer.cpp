@@ -27,7 +27,7 @@ bool LmtpSession::receive(MessageReceiver &receiver)
         log_notice(LOG_REFUSED, "lmtp: " + peer_ + " from=<" + *sender_ + "> " +
                                     (got == Stream::Got::timeout ? "stalled" : "dropped") +
                                     " in the middle of a mail");
-        if (got == Stream::Got::timeout) close_with({451, "4.4.2", "timeout, closing"});
+        if (got == Stream::Got::timeout) close_with({421, "4.4.2", "timeout, closing"});
         open_ = false;
         return false;
     }

@@ -1,0 +1,114 @@
+/* A module of a few lines: what it does depends on the list's name, so that the host can be driven
+   into every answer without lists that really break.
+
+     refuse        69 with reply text 510        machine   69 with reply text 534
+     later         75                            memory    uses the allocator hard, then accepts
+     sleepy        takes 300 ms, then accepts    digest    submits with a number list
+     mute          69 without a text             reply     submits to one named recipient
+     others        submit the message to the list's "active" file, 0 or 75 */
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <unistd.h>
+
+#include "mlist/admin.h"
+#include "mlist/mlist.h"
+
+extern "C" {
+
+char g_path_mlist[1024];
+char g_mbox_list[1024];
+
+static thread_local FILE *sink;
+
+void mlist_set_output(FILE *stream)
+{
+    sink = stream;
+}
+
+FILE *mlist_get_output(void)
+{
+    return sink != nullptr ? sink : stdout;
+}
+
+int ModuleInitialize(ModuleRecord *record)
+{
+    record->interface_word = MLIST_INTERFACE_WORD;
+    strcpy(record->module_name, "mlist");
+    return 1;
+}
+
+static int answer(DeliveryRequest *request, int code, const char *text)
+{
+    snprintf(request->reply_text, MLIST_REPLY_TEXT_SIZE, "%s", text);
+    return code;
+}
+
+static bool use_memory(DeliveryRequest *request)
+{
+    void *blocks[64];
+    for (int round = 0; round < 1000; ++round) {
+        for (size_t i = 0; i < 64; ++i) {
+            blocks[i] = request->allocate(1 + i * 997);
+            if (blocks[i] == nullptr) return false;
+            memset(blocks[i], round, 1 + i * 997);
+        }
+        for (void *block : blocks)
+            request->release(block);
+    }
+    return request->keep_text("kept") != nullptr;
+}
+
+int ModuleMain(DeliveryRequest *request)
+{
+    const std::string list = request->argument_vector[1];
+    const std::string owner = "owner-" + list + "@" + request->domain;
+    char result[MLIST_RESULT_TEXT_SIZE] = "";
+    if (list == "refuse")
+        return answer(request, 69, "510 loop detected (X-ML-Name: \r\x01x) 007\nmore");
+    if (list == "machine") return answer(request, 69, "534 can't deliver mbox [ml=machine] 007\n");
+    if (list == "mute") return 69;
+    if (list == "later") return answer(request, 75, "480 fputs disk full [ml=later]");
+    if (list == "memory") return use_memory(request) ? 0 : 69;
+    if (list == "sleepy") usleep(300'000);
+    if (list == "digest")
+        return request->submit(request->message_file, owner.c_str(), nullptr, "1 2 3", result) ? 0
+                                                                                               : 75;
+    if (list == "reply") {
+        const char *const recipients[] = {"someone@example.net", nullptr};
+        return request->submit(request->message_file, owner.c_str(), recipients, nullptr, result)
+                   ? 0
+                   : 69;
+    }
+    const std::string active =
+        std::string(g_path_mlist) + "/" + request->domain + "/" + list + "/active";
+    if (!request->submit(request->message_file, owner.c_str(), nullptr, active.c_str(), result))
+        return answer(request, 75, "537 mailfile fail (ex_tempfail)");
+    snprintf(request->result_text, MLIST_RESULT_TEXT_SIZE, "%s", result);
+    return 0;
+}
+
+/* A file of the name with ".new" behind it stands for a rewrite cut short. */
+int f_recover(const char *path)
+{
+    const std::string side = std::string(path) + ".new";
+    if (access(side.c_str(), F_OK) != 0) return 0;
+    return rename(side.c_str(), path);
+}
+
+ListSession *mlist_session_open(const char *, const char *)
+{
+    return reinterpret_cast<ListSession *>(malloc(1));
+}
+
+void mlist_session_close(ListSession *session)
+{
+    free(session);
+}
+
+int mlist_derive(ListSession *, const char *)
+{
+    return 0;
+}
+}
