@@ -68,7 +68,7 @@ TEST(ChgMember, ChangesThreeBytesAndNothingElse)
 
 std::string address_of(int i)
 {
-    return "m" + std::to_string(i) + "@example.net";
+    return std::string("m").append(std::to_string(i)).append("@example.net");
 }
 
 /* A roster of about 20 KB; each member in turn is changed, and nobody else. */

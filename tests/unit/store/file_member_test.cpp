@@ -319,7 +319,7 @@ TEST(AddMember, LinesAtTheBordersOfReadBlocksStayAsTheyAre)
         std::string roster(first, 'x');
         roster += "\r\n";
         for (int i = 0; i < 700; ++i)
-            roster += "m" + std::to_string(1000 + i) + "@example.net ON \r\n";
+            roster.append("m").append(std::to_string(1000 + i)).append("@example.net ON \r\n");
         list.put("member", roster);
         EXPECT_EQ(0, add_member(list.job(), "new@x")) << first;
         EXPECT_TRUE(roster + "new@x ON \r\n" == list.get("member")) << first;
