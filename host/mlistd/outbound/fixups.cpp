@@ -31,6 +31,9 @@ class HeaderScan
         return true;
     }
 
+    /* A last line without its end counts as well. */
+    void finish() { (void)end_line(); }
+
   private:
     /* As much of a line as the longest name looked for needs. */
     void keep_beginning(std::string_view part)
@@ -65,6 +68,7 @@ static Result<HeaderScan> scan_header(const FixupSubject &subject)
         if (n == 0 || !scan.feed({piece.data(), static_cast<size_t>(n)})) break;
         at += n;
     }
+    scan.finish();
     return scan;
 }
 

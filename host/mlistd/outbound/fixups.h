@@ -14,7 +14,7 @@
 struct FixupSettings {
     bool add_date = true;
     bool add_message_id = true;
-    std::string hostname; /* the right side of a Message-ID whose list has no domain */
+    std::string hostname = {}; /* the right side of a Message-ID whose list has no domain */
 };
 
 /* A message in a file, and what it was submitted as. */

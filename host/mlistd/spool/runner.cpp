@@ -93,13 +93,24 @@ void Runner::wait_out_hold()
         stop_signal_.wait_for(lock, std::chrono::seconds(1));
 }
 
+/* By whichever worker comes along first. */
+void Runner::look_for_changes()
+{
+    const time_t now = queue_calls->now();
+    time_t last = rescanned_;
+    if (now - last < settings_.rescan && now >= last) return;
+    if (!rescanned_.compare_exchange_strong(last, now)) return;
+    if (const auto result = spool_.rescan(); !result) spool_.log(1, result.error().text);
+}
+
 void Runner::work(Transport &transport)
 {
     while (!stopping_) {
+        look_for_changes();
         if (held()) transport.idle();
         wait_out_hold();
         if (stopping_) return;
-        if (const auto id = spool_.take_due(IDLE))
+        if (const auto id = spool_.take_due(IDLE, &stopping_))
             work_on(*id, transport);
         else
             transport.idle();

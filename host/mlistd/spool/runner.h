@@ -18,7 +18,8 @@
 
 struct RunnerSettings {
     unsigned workers = 4;
-    int64_t hold = 30; /* seconds for which nothing is tried once the way out was found shut */
+    int64_t hold = 30;   /* seconds for which nothing is tried once the way out was found shut */
+    int64_t rescan = 30; /* seconds after which changes that a tool made in the spool are seen */
     FixupSettings fixups;
     BounceSettings bounce;
 };
@@ -53,6 +54,7 @@ class Runner
     Result<void> record(RelayPass &pass, std::vector<off_t> marks_at, Mark mark);
     Result<void> record_what_is_owed(RelayPass &pass);
     void conclude(const RelayPass &pass);
+    void look_for_changes();
     bool held() const;
     void wait_out_hold();
 
@@ -65,6 +67,7 @@ class Runner
     std::vector<std::unique_ptr<Transport>> transports_;
     std::vector<std::thread> threads_;
     std::atomic<time_t> hold_until_{0};
+    std::atomic<time_t> rescanned_{0};
     std::atomic<bool> stopping_{false};
     std::mutex owed_mutex_;
     std::map<std::string, Owed> owed_; /* by submission */

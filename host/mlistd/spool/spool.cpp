@@ -228,13 +228,14 @@ void Spool::stop_waiting(Entries::iterator entry, State state)
     entry->second.state = state;
 }
 
-std::optional<std::string> Spool::take_due(std::chrono::milliseconds wait)
+std::optional<std::string> Spool::take_due(std::chrono::milliseconds wait,
+                                           const std::atomic<bool> *stop)
 {
     /* the wall clock may be set while a worker waits */
     constexpr std::chrono::seconds LONGEST_SLEEP(10);
     const auto deadline = std::chrono::steady_clock::now() + wait;
     std::unique_lock lock(mutex_);
-    while (!awake_) {
+    while (stop == nullptr || !*stop) {
         const time_t now = queue_calls->now();
         auto until = std::min(deadline, std::chrono::steady_clock::now() + LONGEST_SLEEP);
         if (!waiting_.empty()) {
@@ -298,7 +299,6 @@ void Spool::retry_now()
 void Spool::wake_all()
 {
     const std::lock_guard lock(mutex_);
-    awake_ = true;
     work_.notify_all();
 }
 

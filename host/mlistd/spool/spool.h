@@ -11,6 +11,7 @@
 #include <stdint.h>
 #include <time.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -63,8 +64,11 @@ class Spool
                                std::span<const std::string> recipients, const std::string &list);
 
     /* For the relay workers (runner.h): the next submission that is due, from now on with the
-       caller; waits for one at most this long, or until wake_all().  Nothing: none was due. */
-    std::optional<std::string> take_due(std::chrono::milliseconds wait);
+       caller; waits for one at most this long, or until stop is set and wake_all() called.
+       Nothing: none was due. */
+    std::optional<std::string> take_due(std::chrono::milliseconds wait,
+                                        const std::atomic<bool> *stop = nullptr);
+    void wake_all();
 
     /* Gives a taken submission back: done with (its file is removed), to be tried again when due,
        or unreadable (its file is put aside as ID.bad for the operator). */
@@ -81,9 +85,6 @@ class Spool
     /* Takes up what changed on disk without this object's doing (an operator's tool may remove a
        submission or make it due by setting its modification time). */
     Result<void> rescan();
-
-    /* Ends every wait in take_due() from now on. */
-    void wake_all();
 
     struct Count {
         size_t waiting; /* due or not */
@@ -126,7 +127,6 @@ class Spool
     Entries entries_;
     std::set<std::pair<time_t, std::string_view>> waiting_; /* by time; views of entries_' keys */
     uint32_t serial_ = 0;
-    bool awake_ = false;
 };
 
 #endif

@@ -263,7 +263,9 @@ TEST_F(SpoolTest, WaitersWakeForNewMailAndForTheEnd)
     const std::string id = submit(*spool);
     waiter.join();
     EXPECT_EQ(id, taken);
-    std::thread second([&] { taken = spool->take_due(std::chrono::seconds(60)); });
+    std::atomic<bool> stop{false};
+    std::thread second([&] { taken = spool->take_due(std::chrono::seconds(60), &stop); });
+    stop = true;
     spool->wake_all();
     second.join();
     EXPECT_EQ(std::nullopt, taken);
