@@ -28,13 +28,25 @@ jobs_count() {
     fi
 }
 
-# configure_and_build PRESET [cmake options]: quiet as long as all goes well.
-configure_and_build() {
+# configure PRESET: quiet as long as all goes well.
+configure() {
+    output=$(cmake --preset "$1" 2>&1) || {
+        printf '%s\n' "$output" >&2
+        die "cmake --preset $1 failed; has script/setup run?"
+    }
+}
+
+# build PRESET [target...]: everything when no target is named.
+build() {
     preset=$1
     shift
-    output=$(cmake --preset "$preset" "$@" 2>&1) || {
-        printf '%s\n' "$output" >&2
-        die "cmake --preset $preset failed; has script/setup run?"
-    }
-    cmake --build --preset "$preset" -j "$(jobs_count)"
+    if [ $# -gt 0 ]; then
+        set -- --target "$@"
+    fi
+    cmake --build --preset "$preset" -j "$(jobs_count)" "$@"
+}
+
+configure_and_build() {
+    configure "$1"
+    build "$1"
 }

@@ -4,7 +4,7 @@ with daemon(vstrml="deny") as server:
     stranger = message(sender=b"carol@example.com")
     server.accept(stranger, sender="carol@example.com")
     notice = server.received("carol@example.com")[0]
-    check(b"To: carol@example.com\r\n" in notice, "the notice is addressed to the stranger")
+    check(b"\nTo: carol@example.com\n" in notice, "the notice is addressed to the stranger")
     equal(server.archived(), [], "archive")
     for member in ("alice@example.net", "bob@example.jp"):
         equal(server.outbox(member), [], f"mails to {member}")

@@ -12,7 +12,8 @@ with daemon({"lmtp": {"timeout": 2, "data_timeout": 5}}) as server:
     equal(stalled.begin([LIST]), [250], "recipient")
     equal(stalled.command("DATA")[0], 354, "DATA")
     stalled.send(message())
-    equal(stalled.closed_by_server() in (421, None), True, "a client that stalls in its data")
+    code = stalled.closed_by_server()
+    check(code is None or 400 <= code < 500, f"a client that stalls in its data hears {code}")
 
     # A byte now and then does not keep a session for ever.
     dripping = server.raw()

@@ -38,7 +38,7 @@ with daemon() as server:
         "line 3, 'nostatus@example.jp', has no status", "edit")
     text = report(server)
     check("line 4, 'odd@example.jp QUX', has a status that is none" in text, text)
-    check("line 5, 'ALICE@example.net ON ', is line 1 again" in text, text)
+    check("line 5, 'ALICE@example.net ON', is line 1 again" in text, text)
     server.control("member").write_bytes(member)
 
     init = server.control("init").read_bytes()
