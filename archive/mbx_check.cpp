@@ -144,7 +144,8 @@ static void update_with_same(IndexTransaction *transaction, Mailbox *box, IndexR
 }
 
 /* KEPT: another UIDVALIDITY leaves the transaction, and so the lock, open; the handle owns it
-   until its next operation or its close.  Test: CheckNewMail2.LeavesItsTransactionOpen... */
+   until its next operation or its close.
+   Test: CheckNewMail2.LeavesItsTransactionOpenWhenTheIndexWasReplaced */
 static void leave_invalid(IndexTransaction *transaction, Mailbox *box)
 {
     uid_validity(box->index) = 0;

@@ -153,9 +153,6 @@ int mlmbx_delete(const char *path)
         (void)os->rmdir(name);
     }
     (void)os->rmdir(path);
-    if (fd >= 0) {
-        forget_held_index(fd);
-        (void)mllk_close(fd);
-    }
+    if (fd >= 0) (void)mllk_close(fd);
     return 1;
 }

@@ -82,7 +82,6 @@ static void close_copies(OpenIndex *index)
 static void close_index_file(OpenIndex *index)
 {
     if (index->fd < 0) return;
-    forget_held_index(index->fd);
     (void)mllk_close(index->fd); /* what was written to it has been synced */
     index->fd = -1;
 }

@@ -191,7 +191,6 @@ static int replace_content(int fd, const char *path, const RecordArray *array)
 
 static int close_index(int fd, const char *path)
 {
-    forget_held_index(fd);
     if (mllk_close(fd) == 0) return 0;
     trace_sys(&g_logh, 11, 642, "mbx_rebuild: close %s/#mix: %m", path);
     return -1;
@@ -224,7 +223,6 @@ int list_mbx_rebuild(const char *path)
     if (file.fd < 0) return -1;
     if (rebuilt == 0) return close_index(file.take(), path);
     KeepErrno keep;
-    forget_held_index(file.fd);
     (void)mllk_close(file.take()); /* the failure is known already */
     return -1;
 }

@@ -43,13 +43,6 @@ int mllks_open(const char *path, int flags, mode_t mode)
     return open_with_lock(path, flags, mode, LOCK_EX | LOCK_NB);
 }
 
-int mllk_close(int fd)
-{
-    if (lock_file(fd, LOCK_UN) < 0)
-        trace_sys(&g_logh, 1, 854, "mllk_close, flock failed (fds %d) errno=%d: %m", fd, errno);
-    return os->close(fd);
-}
-
 /* -- indexes held by this thread -- */
 
 struct HeldIndex {
@@ -95,11 +88,19 @@ void forget_held_index(int fd)
         if (held.used && held.fd == fd) held.used = false;
 }
 
-static bool holds_index(const struct stat *status)
+int mllk_close(int fd)
+{
+    forget_held_index(fd);
+    if (lock_file(fd, LOCK_UN) < 0)
+        trace_sys(&g_logh, 1, 854, "mllk_close, flock failed (fds %d) errno=%d: %m", fd, errno);
+    return os->close(fd);
+}
+
+static bool holds_index(const struct stat *status, int newly_opened_fd)
 {
     for (HeldIndex &held : held_indexes) {
         if (!held.used || held.device != status->st_dev || held.inode != status->st_ino) continue;
-        if (still_open(&held)) return true;
+        if (held.fd != newly_opened_fd && still_open(&held)) return true;
         held.used = false;
     }
     return false;
@@ -110,7 +111,7 @@ static int lock_named_file(int fd, const char *name)
 {
     struct stat opened, named;
     if (os->fstat(fd, &opened) < 0) return -1;
-    if (holds_index(&opened)) {
+    if (holds_index(&opened, fd)) {
         errno = EDEADLK;
         return -1;
     }

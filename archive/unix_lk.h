@@ -16,7 +16,8 @@
    very thread holds the lock already, through whatever descriptor, ENOENT without an index. */
 [[nodiscard]] int lock_index_file(const char *name);
 
-/* Notes that this thread holds the lock of the index behind fd, and forgets it. */
+/* Notes that this thread holds the lock of the index behind fd, and forgets it; mllk_close()
+   forgets too. */
 void note_held_index(int fd);
 void forget_held_index(int fd);
 

@@ -6,6 +6,8 @@
 #include <string.h>
 #include <sys/stat.h>
 
+#include "module/os.h"
+
 std::string bytes_of(const Records &records)
 {
     return std::string(reinterpret_cast<const char *>(records.data()),
@@ -74,14 +76,23 @@ void Box::append(const std::string &text, uint32_t flags)
 
 void Box::append_samples(int count)
 {
-    for (int i = 0; i < count; ++i)
-        append(sample_message(index()[0].uid));
+    Records records = index();
+    for (int i = 0; i < count; ++i) {
+        const uint32_t uid = records[0].uid++;
+        const std::string text = sample_message(uid);
+        write_file(message(uid), text);
+        records.push_back(
+            {uid, MESSAGE_RECENT, header_size_of(text), static_cast<uint32_t>(text.size())});
+    }
+    records[0].header_size = static_cast<uint32_t>(records.size());
+    put_index(records);
 }
 
 Records Box::index() const
 {
     const std::string bytes = read_file(name("#mix"));
     Records records(bytes.size() / sizeof(IndexRecord));
+    if (records.empty()) return records;
     memcpy(static_cast<void *>(records.data()), bytes.data(), records.size() * sizeof(IndexRecord));
     return records;
 }
@@ -130,6 +141,25 @@ int64_t Box::mtime() const
 {
     struct stat status;
     return stat(name("#mix").c_str(), &status) == 0 ? status.st_mtime : -1;
+}
+
+static OsCalls unsynced_calls()
+{
+    OsCalls calls = kernel_calls;
+    calls.fsync = [](int) { return 0; };
+    return calls;
+}
+
+static const OsCalls unsynced = unsynced_calls();
+
+NoSync::NoSync()
+{
+    os = &unsynced;
+}
+
+NoSync::~NoSync()
+{
+    os = &kernel_calls;
 }
 
 std::string open_lines(int messages, int recent, uint32_t validity, uint32_t next, int unseen,
