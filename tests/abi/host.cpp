@@ -3,15 +3,19 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <deque>
 #include <dlfcn.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
-static std::vector<Submitted> submitted;
-static std::string result_to_leave;
+/* Of the delivery that the thread is at: submit is called on the delivering thread. */
+static thread_local std::vector<Submitted> submitted;
+static thread_local std::string result_to_leave;
+static thread_local std::deque<std::string> kept_texts;
 
 std::string file_content(const std::string &path)
 {
@@ -48,9 +52,7 @@ static int submit(const char *file, const char *sender, const char *const *recip
 
 static char *keep_text(const char *text)
 {
-    static std::vector<std::string> kept;
-    kept.reserve(1024); /* the texts must stay where they are */
-    return kept.emplace_back(text).data();
+    return kept_texts.emplace_back(text).data();
 }
 
 void *Host::address_of(const char *name) const
@@ -94,40 +96,40 @@ Host::~Host()
     fs::remove_all(root_);
 }
 
-std::string Host::control(const std::string &name) const
+std::string Host::control(const std::string &name, const std::string &list) const
 {
-    return root_ / "control/example.jp/mylist" / name;
+    return root_ / "control/example.jp" / list / name;
 }
 
-std::string Host::box(const std::string &name) const
+std::string Host::box(const std::string &name, const std::string &list) const
 {
-    return root_ / "box/example.jp/mylist/INBOX" / name;
+    return root_ / "box/example.jp" / list / "INBOX" / name;
 }
 
-void Host::make_list(const std::string &settings) const
+void Host::make_list(const std::string &settings, const std::string &list) const
 {
-    fs::create_directories(control(""));
-    fs::create_directories(root_ / "box/example.jp/mylist");
+    fs::create_directories(control("", list));
+    fs::create_directories(root_ / "box/example.jp" / list);
     auto *session =
-        symbol<decltype(mlist_session_open)>("mlist_session_open")("mylist", "example.jp");
+        symbol<decltype(mlist_session_open)>("mlist_session_open")(list.c_str(), "example.jp");
     ASSERT_NE(session, nullptr);
     ASSERT_EQ(symbol<decltype(mlist_session_check_files)>("mlist_session_check_files")(session), 0);
-    write_content(control("grant"), "");
-    write_content(control("subscribe"), "");
-    write_content(control("init"), settings);
+    write_content(control("grant", list), "");
+    write_content(control("subscribe", list), "");
+    write_content(control("init", list), settings);
     auto *add = symbol<decltype(mlist_member_add)>("mlist_member_add");
     ASSERT_EQ(add(session, "alice@example.net"), 1);
     ASSERT_EQ(add(session, "bob@example.jp"), 1);
     ASSERT_EQ(add(session, "ALICE@example.net"), 0) << "a member already, in other letters";
     symbol<decltype(mlist_session_close)>("mlist_session_close")(session);
-    std::string archive = root_ / "box/example.jp/mylist/INBOX";
+    std::string archive = root_ / "box/example.jp" / list / "INBOX";
     ASSERT_EQ(symbol<decltype(mlmbx_create)>("mlmbx_create")(archive.c_str()), 1);
 }
 
 Delivered Host::deliver(const std::string &message, const std::vector<std::string> &arguments,
                         const std::string &submit_result) const
 {
-    std::string file = root_ / "message";
+    std::string file = root_ / ("message." + std::to_string(gettid()));
     write_content(file, message);
     std::vector<char *> vector{nullptr};
     for (const std::string &argument : arguments)
@@ -136,6 +138,7 @@ Delivered Host::deliver(const std::string &message, const std::vector<std::strin
     char result[MLIST_RESULT_TEXT_SIZE] = "untouched";
 
     submitted.clear();
+    kept_texts.clear();
     result_to_leave = submit_result;
     DeliveryRequest request{};
     request.submit = submit;

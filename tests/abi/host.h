@@ -37,15 +37,17 @@ class Host
         return reinterpret_cast<Type *>(address_of(name));
     }
 
-    /* mylist@example.jp with two members that take postings, and an empty archive. */
-    void make_list(const std::string &settings) const;
+    /* LIST@example.jp with two members that take postings, and an empty archive. */
+    void make_list(const std::string &settings, const std::string &list = "mylist") const;
 
-    /* Runs ModuleMain() on the message; arguments from slot 1 on. */
+    /* Runs ModuleMain() on the message; arguments from slot 1 on.  From any thread. */
     Delivered deliver(const std::string &message, const std::vector<std::string> &arguments,
                       const std::string &submit_result = "") const;
 
-    [[nodiscard]] std::string control(const std::string &name) const;
-    [[nodiscard]] std::string box(const std::string &name) const;
+    [[nodiscard]] std::string control(const std::string &name,
+                                      const std::string &list = "mylist") const;
+    [[nodiscard]] std::string box(const std::string &name,
+                                  const std::string &list = "mylist") const;
     [[nodiscard]] const ModuleRecord &record() const { return record_; }
     [[nodiscard]] int initialized() const { return initialized_; }
 
