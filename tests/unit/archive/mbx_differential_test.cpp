@@ -141,7 +141,7 @@ void Twins::change_behind()
     ASSERT_EQ(bytes_of(records), read_file(twin_.name("#mix")));
     if (records.size() <= 1) return;
     const uint32_t record = 1 + below(static_cast<uint32_t>(records.size() - 1));
-    switch (below(5)) {
+    switch (below(6)) {
     case 0:
         records.erase(records.begin() + record);
         break;
@@ -153,6 +153,9 @@ void Twins::change_behind()
         break;
     case 3:
         records[0].header_size = below(1000);
+        break;
+    case 4:
+        records[record].flags ^= MESSAGE_RECENT;
         break;
     default:
         records[record].flags = below(128);
