@@ -56,16 +56,6 @@ int kyt_smtp_servicesconf_search(int32_t *, int32_t *, int32_t *, char *, int32_
 {
     return KYT_NOT_FOUND;
 }
-
-int kyt_ml_welcomemsg_search(const char *, const char *, char *)
-{
-    return KYT_NOT_FOUND;
-}
-
-int kyt_ml_helpmsg_search(const char *, const char *, int32_t *, char *, int32_t *)
-{
-    return KYT_NOT_FOUND;
-}
 }
 
 std::vector<LogLine> take_log()
