@@ -117,6 +117,10 @@ class IndexTransaction
     }
     [[nodiscard]] IndexRecord *read() { return mlmbx_readidx(handle_); } /* the caller's, or null */
     [[nodiscard]] int write(IndexRecord *records) { return mlmbx_writeidx(handle_, records); }
+    [[nodiscard]] int write_clear_of_marks(IndexRecord *records) /* without MESSAGE_EXPUNGE */
+    {
+        return list_mbx_writeidx_recent(handle_, records) == 1 ? 0 : -1;
+    }
 
     /* Commits what was written.  0 with the index's modification time, or -1 with errno. */
     [[nodiscard]] int end(struct timespec *changed_out);
@@ -135,6 +139,47 @@ class IndexTransaction
 
 /* Notes the time of the index that the handle now agrees with. */
 void set_sync_stamp(Mailbox *box, const struct timespec *changed);
+
+/* -- opening (mbx_open.cpp) -- */
+
+/* What opening a mailbox finds out and prints. */
+struct MailboxSummary {
+    uint32_t messages, recent, uid_validity, uid_next;
+    uint32_t first_unseen; /* 0 none */
+};
+
+/* Begins the transaction and reads the index, which is to be in order.  The block, the caller's,
+   or null: logged as a failed open; the caller rebuilds, when the transaction is gone. */
+[[nodiscard]] IndexRecord *load_view(IndexTransaction *transaction, const char *path,
+                                     MailboxSummary *summary_out);
+
+/* Prints the lines of an open in this mode, unless it is a quiet one. */
+void print_summary(const MailboxSummary *summary, uint32_t mode);
+
+/* -- appending and removing within a transaction (mbx_append.cpp, mbx_expunge.cpp) -- */
+
+/* Gives the message the next UID, puts its file in place and adds its record to the block.  0, or
+   -1: logged, the block is of no more use. */
+[[nodiscard]] int append_to_block(AppendBatch *batch, const char *path, const char *source,
+                                  const IndexRecord *message, int move);
+
+/* Makes the names of the message files durable; before the commit.  0 or -1. */
+[[nodiscard]] int sync_message_directory(const char *path);
+
+struct Removal {
+    uint32_t sequence; /* at the moment of its removal */
+    uint32_t uid;
+};
+
+/* Records with the flag. */
+uint32_t count_marked(IndexRecord *index, uint32_t mark);
+
+/* Closes the gaps of the marked records and says which they were. */
+void remove_marked(IndexRecord *index, uint32_t mark, Removal *removals_out);
+
+/* Unlinks the message files; after the commit: until then an index that refers to them may come
+   back. */
+void unlink_messages(const char *path, const Removal *removals, uint32_t count);
 
 /* -- lookups on an index block (mbx_lookup.cpp); exported forms in mlist/archive.h -- */
 int index_find_uid(IndexRecord *index, uint32_t uid);                 /* record, 0 none */

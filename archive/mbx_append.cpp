@@ -151,23 +151,21 @@ static int add_record(AppendBatch *batch, const IndexRecord *message)
     return 0;
 }
 
-static int add_message(IndexHandle *index, const char *source, const IndexRecord *message, int move)
+int append_to_block(AppendBatch *batch, const char *path, const char *source,
+                    const IndexRecord *message, int move)
 {
-    AppendBatch *batch = current_batch();
     char destination[MBX_NAME_SIZE];
-    if (add_record(batch, message) < 0 ||
-        message_name(destination, index->path, batch->last_uid) < 0) {
-        trace_sys(&g_logh, 1, 618, "mbx_append: link(%s, %s): %m", source, index->path);
+    if (add_record(batch, message) < 0 || message_name(destination, path, batch->last_uid) < 0) {
+        trace_sys(&g_logh, 1, 618, "mbx_append: link(%s, %s): %m", source, path);
         return -1;
     }
     return place_message(source, destination, move);
 }
 
-/* The names of the batch's files, before the index that refers to them. */
-static int sync_message_directory(const IndexHandle *index, uint32_t uid)
+int sync_message_directory(const char *path)
 {
     char name[MBX_NAME_SIZE];
-    if (message_name(name, index->path, uid) < 0) return -1;
+    if (message_name(name, path, 0) < 0) return -1;
     return sync_parent_directory(name);
 }
 
@@ -176,7 +174,7 @@ static int commit_batch(IndexHandle *index)
     AppendBatch *batch = current_batch();
     errno = EINVAL;
     if (batch->index == nullptr) return -1;
-    if (batch->last_uid != 0 && sync_message_directory(index, batch->last_uid) < 0) return -1;
+    if (batch->last_uid != 0 && sync_message_directory(index->path) < 0) return -1;
     return list_mbx_writeidx_recent(index, batch->index) == 1 ? 0 : -1;
 }
 
@@ -200,7 +198,8 @@ IndexHandle *list_mbx_append(const char *path, IndexHandle *index, const char *s
     if (index == nullptr || index == NO_INDEX_HANDLE) index = start_batch(path);
     if (index == NO_INDEX_HANDLE) return NO_INDEX_HANDLE;
     const IndexRecord message = {0, flags, header_size, size};
-    if (current_batch()->index != nullptr && add_message(index, source, &message, move) == 0)
+    AppendBatch *batch = current_batch();
+    if (batch->index != nullptr && append_to_block(batch, index->path, source, &message, move) == 0)
         return index;
     return abandon_batch(index);
 }

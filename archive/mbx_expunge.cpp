@@ -6,11 +6,6 @@
 #include "module/os.h"
 #include "module/unix_sv.h"
 
-struct Removal {
-    uint32_t sequence; /* at the moment of its removal */
-    uint32_t uid;
-};
-
 struct ExpungeRules {
     uint32_t mark;           /* flag of a record that goes */
     bool carry_expunge_mark; /* the mark is in the handle's view only */
@@ -19,7 +14,7 @@ struct ExpungeRules {
 static const ExpungeRules deleted_rules = {MESSAGE_DELETED, false};
 static const ExpungeRules marked_rules = {MESSAGE_EXPUNGE, true};
 
-static uint32_t count_marked(IndexRecord *index, uint32_t mark)
+uint32_t count_marked(IndexRecord *index, uint32_t mark)
 {
     uint32_t marked = 0;
     for (uint32_t i = 1; i < record_count(index); ++i)
@@ -27,27 +22,25 @@ static uint32_t count_marked(IndexRecord *index, uint32_t mark)
     return marked;
 }
 
-/* Closes the gaps of the marked records.  The number of a removed message is the place it had
-   when those before it were gone already. */
-static void remove_marked(IndexRecord *index, uint32_t mark, Removal *removals)
+/* The number of a removed message is the place it had when those before it were gone already. */
+void remove_marked(IndexRecord *index, uint32_t mark, Removal *removals_out)
 {
     uint32_t kept = 1;
     for (uint32_t i = 1; i < record_count(index); ++i) {
         if (index[i].flags & mark)
-            *removals++ = {kept, index[i].uid};
+            *removals_out++ = {kept, index[i].uid};
         else
             index[kept++] = index[i];
     }
     record_count(index) = kept;
 }
 
-/* Only after the commit: until then an index that refers to the files may come back.  A file that
-   stays is in nobody's way; the name is overwritten by nothing, since UIDs are given out once. */
-static void unlink_messages(const Mailbox *box, const Removal *removals, uint32_t count)
+/* A file that stays is in nobody's way: UIDs are given out once. */
+void unlink_messages(const char *path, const Removal *removals, uint32_t count)
 {
     char name[MBX_NAME_SIZE];
     for (uint32_t i = 0; i < count; ++i)
-        if (message_name(name, box->path, removals[i].uid) == 0) (void)os->unlink(name);
+        if (message_name(name, path, removals[i].uid) == 0) (void)os->unlink(name);
 }
 
 struct Expunge {
@@ -91,7 +84,7 @@ static int expunge_same(Expunge *run, HostPtr<IndexRecord> *fresh)
     if (commit_removals(run, fresh->p, sync.taken, removals.p, removed) < 0) return -1;
     replace_view(run->box, fresh->take());
     run->text.print();
-    unlink_messages(run->box, removals.p, removed);
+    unlink_messages(run->box->path, removals.p, removed);
     return 0;
 }
 

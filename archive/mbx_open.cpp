@@ -58,11 +58,6 @@ void set_sync_stamp(Mailbox *box, const struct timespec *changed)
 
 /* -- open -- */
 
-struct OpenCounts {
-    uint32_t recent;
-    uint32_t first_unseen; /* 0 none */
-};
-
 uint32_t count_recent(IndexRecord *index)
 {
     uint32_t recent = 0;
@@ -72,74 +67,67 @@ uint32_t count_recent(IndexRecord *index)
 }
 
 /* 0, or -1 when the UIDs do not ascend. */
-static int examine_index(IndexRecord *index, OpenCounts *counts_out)
+static int summarise(IndexRecord *index, MailboxSummary *summary_out)
 {
     uint32_t last_uid = 0;
-    *counts_out = {count_recent(index), 0};
+    *summary_out = {message_count(index), count_recent(index), uid_validity(index), uid_next(index),
+                    0};
     for (uint32_t i = 1; i < record_count(index); ++i) {
         if (index[i].uid <= last_uid) return -1;
         last_uid = index[i].uid;
-        if (counts_out->first_unseen == 0 && !(index[i].flags & MESSAGE_SEEN))
-            counts_out->first_unseen = i;
+        if (summary_out->first_unseen == 0 && !(index[i].flags & MESSAGE_SEEN))
+            summary_out->first_unseen = i;
     }
     return 0;
 }
 
-/* Writing what is there already renews the index's time, and so makes other handles look again. */
-static int wake_other_handles(IndexTransaction *transaction, Mailbox *box, const OpenCounts *counts)
+IndexRecord *load_view(IndexTransaction *transaction, const char *path, MailboxSummary *summary_out)
 {
-    if (counts->recent == 0 || (box->mode & MAILBOX_NO_WRITE_BACK)) return 0;
-    return transaction->write(box->index);
-}
-
-/* Logs one of 602 to 606 and answers -1. */
-static int open_failure(int msgno, const char *path)
-{
-    switch (msgno) {
-    case 602:
+    if (transaction->begin(path) < 0) {
         trace_sys(&g_logh, 1, 602, "mbx_open(): mbx_openidx failed %m");
-        break;
-    case 603:
-        trace_sys(&g_logh, 1, 603, "mbx_open(): mlmbx_readidx failed %m");
-        break;
-    case 604:
-        trace_sys(&g_logh, 1, 604, "mbx_open: %s invalid uid", path);
-        break;
-    case 605:
-        trace_sys(&g_logh, 1, 605, "mbx_open(): mbx_writeidx failed %m");
-        break;
-    case 606:
-        trace_sys(&g_logh, 1, 606, "mbx_open(): mbx_closeidx failed %m");
-        break;
+        return nullptr;
     }
-    return -1;
+    HostPtr<IndexRecord> index(transaction->read());
+    if (index.p == nullptr) {
+        trace_sys(&g_logh, 1, 603, "mbx_open(): mlmbx_readidx failed %m");
+        return nullptr;
+    }
+    if (summarise(index.p, summary_out) == 0) return index.take();
+    trace_sys(&g_logh, 1, 604, "mbx_open: %s invalid uid", path);
+    return nullptr;
 }
 
-static int load_index(Mailbox *box, OpenCounts *counts_out)
+static int load_mailbox(Mailbox *box, MailboxSummary *summary_out)
 {
     IndexTransaction transaction;
     struct timespec changed;
-    if (transaction.begin(box->path) < 0) return open_failure(602, box->path);
-    box->index = transaction.read();
-    if (box->index == nullptr) return open_failure(603, box->path);
-    if (examine_index(box->index, counts_out) < 0) return open_failure(604, box->path);
-    if (wake_other_handles(&transaction, box, counts_out) < 0) return open_failure(605, box->path);
-    if (transaction.end(&changed) < 0) return open_failure(606, box->path);
+    box->index = load_view(&transaction, box->path, summary_out);
+    if (box->index == nullptr) return -1;
+    /* Writing what is there already renews the index's time: other handles look again. */
+    const bool writes_back = summary_out->recent > 0 && !(box->mode & MAILBOX_NO_WRITE_BACK);
+    if (writes_back && transaction.write(box->index) < 0) {
+        trace_sys(&g_logh, 1, 605, "mbx_open(): mbx_writeidx failed %m");
+        return -1;
+    }
+    if (transaction.end(&changed) < 0) {
+        trace_sys(&g_logh, 1, 606, "mbx_open(): mbx_closeidx failed %m");
+        return -1;
+    }
     set_sync_stamp(box, &changed);
     return 0;
 }
 
-static void print_mailbox(const Mailbox *box, const OpenCounts *counts)
+void print_summary(const MailboxSummary *summary, uint32_t mode)
 {
-    IndexRecord *index = box->index;
+    if (mode & MAILBOX_QUIET) return;
     out_printf("* FLAGS (\\Answered \\Flagged \\Deleted \\Seen \\Draft $MDNSent)\r\n");
-    out_printf("* %d EXISTS\r\n", static_cast<int>(message_count(index)));
-    out_printf("* %d RECENT\r\n", static_cast<int>(counts->recent));
-    out_printf("* OK [UIDVALIDITY %d] UIDs valid\r\n", static_cast<int>(uid_validity(index)));
-    out_printf("* OK [UIDNEXT %d] Predicted next UID\r\n", static_cast<int>(uid_next(index)));
-    const int unseen = static_cast<int>(counts->first_unseen);
+    out_printf("* %d EXISTS\r\n", static_cast<int>(summary->messages));
+    out_printf("* %d RECENT\r\n", static_cast<int>(summary->recent));
+    out_printf("* OK [UIDVALIDITY %d] UIDs valid\r\n", static_cast<int>(summary->uid_validity));
+    out_printf("* OK [UIDNEXT %d] Predicted next UID\r\n", static_cast<int>(summary->uid_next));
+    const int unseen = static_cast<int>(summary->first_unseen);
     if (unseen != 0) out_printf("* OK [UNSEEN %d] message %d is first unseen\r\n", unseen, unseen);
-    if (box->mode & MAILBOX_READ_ONLY)
+    if (mode & MAILBOX_READ_ONLY)
         out_printf("* OK [PERMANENTFLAGS ()] limited\r\n");
     else
         out_printf("* OK [PERMANENTFLAGS (\\Answered \\Flagged \\Deleted \\Seen \\Draft $MDNSent)] "
@@ -151,8 +139,8 @@ MailboxHandle *list_mbx_open(const char *path, int mode)
 {
     Mailbox *box = new_mailbox(path, mode);
     if (box == nullptr) return nullptr;
-    OpenCounts counts;
-    if (load_index(box, &counts) < 0) {
+    MailboxSummary summary;
+    if (load_mailbox(box, &summary) < 0) {
         KeepErrno keep;
         release_mailbox(box);
         /* KEPT: the rebuild may well have repaired the index, yet this open has failed.
@@ -160,7 +148,7 @@ MailboxHandle *list_mbx_open(const char *path, int mode)
         (void)list_mbx_rebuild(path);
         return nullptr;
     }
-    if (!(box->mode & MAILBOX_QUIET)) print_mailbox(box, &counts);
+    print_summary(&summary, box->mode);
     return box;
 }
 
