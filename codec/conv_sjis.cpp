@@ -10,8 +10,8 @@ static constexpr size_t ESCAPE_SIZE = 3;
 
 /* -- Shift_JIS to JIS -- */
 
-/* Eight characters with a lead byte 0x81-0x9F or 0xE0-0xEF and a trail byte 0x40-0x7E or
-   0x80-0xFC; all others, half-width katakana too, go one by one. */
+/* Eight characters with a lead byte 0x81-0x9F or 0xE0-0xEF and a trail byte 0x40-0xFC (0x7F is
+   none, but calculates like its neighbours); all others, half-width katakana too, go one by one. */
 struct SjisPairRule {
     static constexpr size_t unit = 2;
     static ByteBlock refused(ByteBlock block)
@@ -19,8 +19,7 @@ struct SjisPairRule {
         const PairBlock pairs = reinterpret_cast<PairBlock>(block);
         /* the exclusive or moves the two ranges of lead bytes together, to 0xA1-0xCF */
         const PairBlock lead = first_bytes(pairs) ^ 0x20, trail = second_bytes(pairs);
-        const PairBlock taken = in_range(lead, 0xA1, 0xCF) & in_range(trail, 0x40, 0xFC) &
-                                reinterpret_cast<PairBlock>(trail != 0x7F);
+        const PairBlock taken = in_range(lead, 0xA1, 0xCF) & in_range(trail, 0x40, 0xFC);
         return reinterpret_cast<ByteBlock>(~taken);
     }
     static ByteBlock convert(ByteBlock block)

@@ -3,6 +3,8 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <memory>
+
 #include "codec/conv.h"
 #include "tests/reference/base64.h"
 #include "tests/reference/jis.h"
@@ -73,11 +75,19 @@ static AssertionResult judge(const std::string &call, const std::string &text,
     return result;
 }
 
+/* The text in memory that ends with it, for the sanitizer to see every byte read behind it. */
+static std::unique_ptr<char[]> exact_copy(const std::string &text)
+{
+    std::unique_ptr<char[]> copy(new char[text.size() + 1]);
+    memcpy(copy.get(), text.c_str(), text.size() + 1);
+    return copy;
+}
+
 AssertionResult euc2jis_agrees(const std::string &text, int size)
 {
     const reference::Converted wanted = reference::euc2jis(text, size);
     GuardedOutput out(static_cast<size_t>(std::max(size, 0)));
-    const int result = euc2jis(text.c_str(), out.data(), size);
+    const int result = euc2jis(exact_copy(text).get(), out.data(), size);
     const AssertionResult output =
         size > 0 ? out.holds(wanted.output)
                  : (out.touched() == 0 ? AssertionSuccess() : AssertionFailure() << "wrote");
@@ -89,7 +99,7 @@ AssertionResult sjis2jis_agrees(const std::string &text, int limit)
 {
     const std::string wanted = reference::sjis2jis(text, limit);
     GuardedOutput out(static_cast<size_t>(std::max(limit + 11, 1)));
-    const char *result = sjis2jis(text.c_str(), out.data(), limit);
+    const char *result = sjis2jis(exact_copy(text).get(), out.data(), limit);
     return judge("sjis2jis(" + std::to_string(limit) + ")", text, out.holds(wanted),
                  result == out.data(), "the result");
 }
@@ -99,13 +109,14 @@ AssertionResult jis2sjis_agrees(const std::string &text, int limit)
     std::string altered;
     const reference::Converted wanted = reference::jis2sjis(text, limit, &altered);
     GuardedOutput out(static_cast<size_t>(std::max(limit, 0)));
-    std::string in = text;
-    const char *result = jis2sjis(in.data(), out.data(), limit);
+    const std::unique_ptr<char[]> in = exact_copy(text);
+    const char *result = jis2sjis(in.get(), out.data(), limit);
     const AssertionResult output =
         limit > 0 ? out.holds(wanted.output)
                   : (out.touched() == 0 ? AssertionSuccess() : AssertionFailure() << "wrote");
     return judge("jis2sjis(" + std::to_string(limit) + ")", text, output,
-                 result == (wanted.complete ? out.data() : nullptr) && in == altered,
+                 result == (wanted.complete ? out.data() : nullptr) &&
+                     std::string(in.get()) == altered,
                  "the result or the altered input");
 }
 
@@ -114,7 +125,7 @@ AssertionResult base64_encode_agrees(const std::string &text, int size)
     const reference::Coded wanted = reference::base64_encode(text, size);
     GuardedOutput out(static_cast<size_t>(std::max(size, 0)));
     take_log();
-    const int result = mlist_base64_encode(text.c_str(), out.data(), size);
+    const int result = mlist_base64_encode(exact_copy(text).get(), out.data(), size);
     const AssertionResult output =
         size > 0 ? out.holds(wanted.output)
                  : (out.touched() == 0 ? AssertionSuccess() : AssertionFailure() << "wrote");
@@ -128,7 +139,7 @@ AssertionResult base64_decode_agrees(const std::string &text)
     const reference::Coded wanted = reference::base64_decode(text);
     GuardedOutput out(text.size() * 3 / 4 + 8);
     take_log();
-    const int result = mlist_base64_decode(text.c_str(), out.data());
+    const int result = mlist_base64_decode(exact_copy(text).get(), out.data());
     return judge("mlist_base64_decode", text, out.holds(wanted.output),
                  result == wanted.result && take_log_numbers() == wanted.logs,
                  "the result or the log");
@@ -139,7 +150,8 @@ AssertionResult qp_encode_agrees(const std::string &text, int line_length)
     const reference::Coded wanted = reference::quoted_printable_encode(text, line_length);
     GuardedOutput out(text.size() * 3 + 3);
     take_log();
-    const int result = mlist_quoted_printable_encode(text.c_str(), out.data(), line_length);
+    const int result =
+        mlist_quoted_printable_encode(exact_copy(text).get(), out.data(), line_length);
     return judge("mlist_quoted_printable_encode(" + std::to_string(line_length) + ")", text,
                  out.holds(wanted.output),
                  result == wanted.result && take_log_numbers() == wanted.logs,
@@ -151,7 +163,7 @@ AssertionResult qp_decode_agrees(const std::string &text)
     const reference::Coded wanted = reference::quoted_printable_decode(text);
     GuardedOutput out(text.size() + 1);
     take_log();
-    const int result = quoted_printable_decode(text.c_str(), out.data());
+    const int result = quoted_printable_decode(exact_copy(text).get(), out.data());
     return judge("quoted_printable_decode", text, out.holds(wanted.output),
                  result == wanted.result && take_log_numbers() == wanted.logs,
                  "the result or the log");
