@@ -43,7 +43,11 @@ build() {
     if [ $# -gt 0 ]; then
         set -- --target "$@"
     fi
-    cmake --build --preset "$preset" -j "$(jobs_count)" "$@"
+    if [ -t 1 ]; then
+        cmake --build --preset "$preset" -j "$(jobs_count)" "$@"
+    else # a log wants the failures, not the progress
+        cmake --build --preset "$preset" -j "$(jobs_count)" "$@" -- --quiet
+    fi
 }
 
 configure_and_build() {

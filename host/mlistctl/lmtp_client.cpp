@@ -70,6 +70,12 @@ void LmtpClient::send(std::string_view data)
     }
 }
 
+void LmtpClient::quit() const
+{
+    static constexpr std::string_view word = "QUIT\r\n";
+    (void)!::send(socket_.get(), word.data(), word.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
 std::string LmtpClient::read_line()
 {
     for (;;) {

@@ -24,6 +24,9 @@ class LmtpClient
     LmtpReply command(std::string_view line);
     void send(std::string_view data);
 
+    /* Says good-bye; the answer that counts has been given, so nothing can fail any more. */
+    void quit() const;
+
   private:
     [[noreturn]] void lost(const std::string &what) const;
     std::string read_line();

@@ -132,7 +132,7 @@ LmtpReply transact(LmtpClient &client, MessageFile &message, std::string head,
     }
     if (reply.code != 354) return reply;
     reply = send_message(client, message, std::move(head));
-    client.send("QUIT\r\n");
+    client.quit();
     return reply;
 }
 
