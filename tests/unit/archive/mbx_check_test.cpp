@@ -6,47 +6,9 @@
 
 #include "tests/support/fault_os.h"
 #include "tests/support/log_capture.h"
-#include "tests/unit/archive/box.h"
+#include "tests/unit/archive/checked_box.h"
 
 using Lines = std::vector<std::string>;
-using Uids = std::vector<uint32_t>;
-
-struct CheckedBox {
-    Box box;
-    OutCapture out;
-    MailboxHandle *handle;
-    explicit CheckedBox(int messages, int mode = 0)
-    {
-        box.append_samples(messages);
-        handle = list_mbx_open(box.path(), mode);
-        out.take();
-        take_log();
-    }
-    ~CheckedBox() { list_mbx_close(handle); }
-
-    /* What others did is noticed although the clock has not moved on. */
-    std::string check()
-    {
-        handle->mode |= MAILBOX_FORCE_CHECK;
-        mlmbx_checknewmail(handle);
-        return out.take();
-    }
-    std::string check2()
-    {
-        handle->mode |= MAILBOX_FORCE_CHECK;
-        mlmbx_checknewmail2(handle);
-        return out.take();
-    }
-    void remove(uint32_t uid)
-    {
-        Records records = box.index();
-        std::erase_if(records, [&](const IndexRecord &record) {
-            return &record != &records[0] && record.uid == uid;
-        });
-        box.put_index(records);
-    }
-    uint32_t count() const { return handle->index[0].header_size; }
-};
 
 /* -- NOOP time -- */
 
@@ -407,26 +369,4 @@ TEST(TwoHandles, OfAHandleTheLastWriterWins)
     one.handle->mode |= MAILBOX_FORCE_CHECK;
     mlmbx_checknewmail(one.handle);
     EXPECT_EQ("* 1 FETCH (FLAGS (\\Flagged \\Recent))\r\n", out.take());
-}
-
-/* -- FLAGS item -- */
-
-TEST(FlagsItem, NamesFlagsInTheirOrder)
-{
-    static const struct {
-        uint32_t flags;
-        const char *item;
-    } rows[] = {
-        {0, "FLAGS ()"},
-        {127, "FLAGS (\\Seen \\Answered \\Flagged \\Deleted \\Draft \\Recent $MDNSent)"},
-        {MESSAGE_RECENT | MESSAGE_SEEN, "FLAGS (\\Seen \\Recent)"},
-        {MESSAGE_MDNSENT | MESSAGE_CHANGED | MESSAGE_EXPUNGE, "FLAGS ($MDNSent)"},
-        {127 | MESSAGE_VANISHED, "FLAGS ()"},
-    };
-    for (const auto &row : rows) {
-        OutCapture out;
-        IndexRecord index[2] = {{2, 1, 2, 0}, {1, row.flags, 0, 0}};
-        list_mbx_fetch_flags2(index, 1);
-        EXPECT_EQ(row.item, out.take());
-    }
 }
