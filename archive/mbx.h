@@ -191,12 +191,4 @@ int index_uid_bound(IndexRecord *index, uint32_t uid, int direction); /* as mbxu
 /* The item's text of a flag word into FLAGS_ITEM_SIZE bytes, which it returns. */
 const char *flags_item(char *out, uint32_t flags);
 
-/* -- the message that FETCH parsed last (mbx_fetch_cache.cpp) -- */
-struct MessageCache {
-    int32_t sequence; /* its number in the handle's view */
-    int32_t fd;       /* the message file */
-    void *parts;      /* its tree of parts, given back through free_parts */
-    void (*free_parts)(void *parts);
-};
-
 #endif

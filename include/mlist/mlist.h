@@ -12,6 +12,7 @@
 
 #include "mlist/archive.h"
 #include "mlist/delivery_request.h"
+#include "mlist/fetch.h"
 #include "mlist/host_functions.h"
 #include "mlist/list_settings.h"
 #include "mlist/module_record.h"

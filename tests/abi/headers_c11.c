@@ -4,6 +4,7 @@
 #include "mlist/admin.h"
 #include "mlist/archive.h"
 #include "mlist/delivery_request.h"
+#include "mlist/fetch.h"
 #include "mlist/host_functions.h"
 #include "mlist/list_settings.h"
 #include "mlist/mlist.h"
@@ -58,6 +59,13 @@ AT(IndexHandle, fd, 8);
 AT(IndexHandle, new_fd, 12);
 AT(IndexHandle, second_fd, 16);
 AT(IndexHandle, error_code, 20);
+
+SIZE(PartNode, 96);
+AT(PartNode, content_type, 16);
+AT(PartNode, line_count_text, 56);
+AT(PartNode, enclosed, 64);
+AT(PartNode, children, 80);
+AT(PartNode, lines, 92);
 
 SIZE(LogHandle, 16);
 

@@ -1,0 +1,65 @@
+/* MIME structure of a message, inside; the contract is mlist/fetch.h. */
+#ifndef ARCHIVE_MIME_H
+#define ARCHIVE_MIME_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "mlist/fetch.h"
+#include "module/ascii.h"
+
+/* Deeper than any mail that people write.  What nests deeper is not taken apart. */
+#define MIME_MAX_DEPTH 64
+#define MIME_MAX_PARTS 10000
+
+/* -- field walk (mbx_mime_field.cpp) -- */
+
+/* Position in a header that is walked field by field. */
+struct FieldCursor {
+    char *next = nullptr; /* null: at the end */
+};
+
+/* Unfolds the header in place and stands before its first field. */
+void start_fields(FieldCursor *cursor, char *header);
+
+/* The next field, its line end cut off; null at the end.
+   KEPT: a last line without CR is not returned.
+   Test: FieldWalk.LosesALastLineWithoutALineEnd */
+char *next_field(FieldCursor *cursor);
+
+/* The value of the field when it begins with the prefix, ASCII case aside; else null. */
+char *field_value(char *field, const char *prefix);
+
+/* The bytes of the range that the file has, as a text of host memory; null with errno. */
+[[nodiscard]] char *read_header(int fd, uint64_t start, uint64_t length);
+
+/* Bytes that the file has from start on, at most length. */
+uint64_t bytes_there(int fd, uint64_t start, uint64_t length);
+
+/* -- address walk (mbx_mime_addr.cpp) -- */
+struct AddressCursor {
+    char *next = nullptr;
+};
+
+void start_addresses(AddressCursor *cursor, char *addresses);
+char *next_address(AddressCursor *cursor);
+
+/* -- date of a Date field (mbx_mime_date.cpp) -- */
+
+/* 1 with the date, or 0 when the text is none. */
+int analize_rfc822date(const char *text, int *day_out, int *month_out, int *year_out);
+
+inline bool is_ascii_alnum(unsigned char c)
+{
+    return is_ascii_digit(c) || (ascii_lower(c) >= 'a' && ascii_lower(c) <= 'z');
+}
+
+/* -- printing (mbx_mime_string.cpp).  errno is kept. -- */
+
+void put_bytes(const char *data, size_t size);
+void put_text(const char *text);
+
+/* list_print_string() of so many bytes, none of them NUL. */
+void print_string(const char *text, size_t length);
+
+#endif
