@@ -5,7 +5,7 @@
 #include <string.h>
 
 #include "archive/mbx.h"
-#include "module/guards.h"
+#include "archive/mbx_post.h"
 #include "module/host_mem.h"
 #include "module/os.h"
 #include "store/fail_text.h"
@@ -55,53 +55,22 @@ static int measure_journal(DeliveryJob *job, Journal *journal)
     return measured;
 }
 
-/* -- a keep count above or below zero: append, then expunge -- */
-
-/* Appends the journal as one batch.  0, or -1 with errno. */
-static int append_journal(const char *box, const Journal &journal)
-{
-    IndexHandle *batch =
-        mbxappend(box, NO_INDEX_HANDLE, journal.path, 0, journal.header_size, journal.size, 0);
-    if (batch == NO_INDEX_HANDLE) return -1;
-    (void)mbxappend(nullptr, batch, nullptr, 0, 0, 0, 0); /* one answer; errno tells them apart */
-    return errno == 0 ? 0 : -1;
-}
-
-/* Marks the oldest messages, so that with the new one as many stay as the list keeps; whether it
-   marked any.  The count is that from before the append: its header record stands for the new
-   message. */
-static bool mark_surplus(IndexRecord *index, int32_t keep)
-{
-    const int64_t records = record_count(index);
-    if (records <= 1 || records <= keep) return false;
-    int64_t surplus = records - keep;
-    if (surplus > records - 1) surplus = records - 1; /* a negative count keeps only the new one */
-    for (int64_t i = 1; i <= surplus; ++i)
-        index[i].flags |= MESSAGE_DELETED | MESSAGE_CHANGED;
-    return true;
-}
-
-static int append_and_trim(DeliveryJob *job, const char *box, const Journal &journal)
-{
-    MailboxHandle *mailbox = job->mailbox;
-    job->append_uid = uid_next(mailbox->index);
-    if (append_journal(box, journal) < 0) return log_failure(append_message, job->list_name, box);
-    mailbox->mode |= MAILBOX_FORCE_CHECK;
-    if (mark_surplus(mailbox->index, job->settings.journal)) mlmbx_expunge(mailbox, 0);
-    return 0;
-}
+/* -- a keep count above or below zero: append, and trim to it -- */
 
 static int append_to_archive(DeliveryJob *job, const char *box)
 {
     Journal journal;
     if (measure_journal(job, &journal) < 0) return -1;
-    job->mailbox = list_mbx_open(box, 0);
-    if (job->mailbox == nullptr) return log_failure(append_mailbox, job->list_name, box);
-    const int result = append_and_trim(job, box, journal);
-    KeepErrno keep;
-    list_mbx_close(job->mailbox);
-    job->mailbox = nullptr;
-    return result;
+    const PostedFile file = {journal.path, journal.header_size, journal.size};
+    switch (mbx_post(box, &file, job->settings.journal, &job->append_uid)) {
+    case PostResult::not_opened:
+        return log_failure(append_mailbox, job->list_name, box);
+    case PostResult::not_appended:
+        return log_failure(append_message, job->list_name, box);
+    case PostResult::posted:
+        break;
+    }
+    return 0;
 }
 
 /* -- a keep count of zero: empty the archive -- */
