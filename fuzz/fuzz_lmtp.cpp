@@ -62,22 +62,28 @@ class Judge : public LmtpHandler
     }
 };
 
-const LmtpConfig &config()
-{
-    static const LmtpConfig made = [] {
+/* The server's settings, and the directory it works in, for the length of the process. */
+struct Server {
+    LmtpConfig config;
+
+    Server()
+    {
         mlog_set_target("none");
         std::string pattern = std::filesystem::temp_directory_path() / "mlist-fuzz-XXXXXX";
-        LmtpConfig config;
         config.hostname = "h";
         config.control_suffixes = {"-ctl"};
         config.in_directory = mkdtemp(pattern.data());
         config.message_size = 1000;
         config.timeout_ms = 1000;
         config.data_timeout_ms = 1000;
-        atexit([] { std::filesystem::remove_all(::config().in_directory); });
-        return config;
-    }();
-    return made;
+    }
+    ~Server() { std::filesystem::remove_all(config.in_directory); }
+};
+
+const LmtpConfig &config()
+{
+    static const Server server;
+    return server.config;
 }
 
 /* A mail behind the input, so that it also stands inside a transaction. */
