@@ -7,8 +7,8 @@
 #include "module/ascii.h"
 #include "module/unix_sv.h"
 
-static const char received_name[] = "Received:";
-static const char x_received_name[] = "X-Received: ";
+static constexpr char received_name[] = "Received:";
+static constexpr char x_received_name[] = "X-Received: ";
 static constexpr size_t RECEIVED_SIZE = sizeof received_name - 1;
 static constexpr size_t X_RECEIVED_SIZE = sizeof x_received_name - 1;
 

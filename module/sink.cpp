@@ -19,6 +19,9 @@ FILE *mlist_get_output(void)
 }
 
 static void print_to(FILE *stream, const char *format, va_list arguments)
+    __attribute__((format(printf, 2, 0)));
+
+static void print_to(FILE *stream, const char *format, va_list arguments)
 {
     KeepErrno keep;
     vfprintf(stream, format, arguments);

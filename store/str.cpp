@@ -13,6 +13,9 @@ static const char blanks_and_line_ends[] = " \t\r\n";
 /* KEPT: one byte of the buffer is never used, so that a text has size - 2 characters at most.
    Test: Str.FormattingLeavesOneByteUnused */
 static int format_bounded(char *buffer, size_t size, const char *format, va_list arguments)
+    __attribute__((format(printf, 3, 0)));
+
+static int format_bounded(char *buffer, size_t size, const char *format, va_list arguments)
 {
     const int wanted = vsnprintf(buffer, size - 1, format, arguments);
     buffer[size - 1] = '\0';

@@ -10,8 +10,9 @@ extern "C" {
 #pragma GCC visibility push(default)
 
 /* Sets the calling thread's sink; null puts the process's stdout back.  The stream stays the
-   caller's and must outlive its use.  Text is printed while the archive's index is locked, so
-   give a stream that cannot block: one over memory, or one that discards. */
+   caller's and must outlive its use.  Text may be printed while the list is locked (never while the
+   archive's index is), so give a stream that cannot block: one over memory, or one that
+   discards. */
 void mlist_set_output(FILE *stream);
 
 /* The calling thread's sink; the process's stdout where none is set, never null. */
