@@ -1,0 +1,168 @@
+#include "bench/delivery_list.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+#include "mlist/mlist.h"
+#include "store/file.h"
+
+namespace fs = std::filesystem;
+
+#define MAIL_SIZE 4096
+#define UIDVALIDITY 1794701640
+
+[[noreturn]] static void give_up(const std::string &what)
+{
+    fprintf(stderr, "%s: %s\n", what.c_str(), strerror(errno));
+    exit(1);
+}
+
+static void write_whole(const std::string &path, const std::string &text)
+{
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << text;
+    file.close();
+    if (!file) give_up(path);
+}
+
+WorkDirectory::WorkDirectory(const std::string &below) : path_(below + "/mlist-bench-XXXXXX")
+{
+    if (mkdtemp(path_.data()) == nullptr) give_up(path_);
+}
+
+WorkDirectory::~WorkDirectory()
+{
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+/* -- the list -- */
+
+std::string DeliveryList::control(const std::string &name) const
+{
+    return directory_ + "/control/example.jp/mylist/" + name;
+}
+
+std::string DeliveryList::box(const std::string &name) const
+{
+    return directory_ + "/box/example.jp/mylist/INBOX/" + name;
+}
+
+static std::string mail()
+{
+    std::string text = "Received: from mx.example.net by ml.example.jp with LMTP\r\n"
+                       "Date: Sun, 15 Nov 2026 09:13:57 +0900\r\n"
+                       "From: Alice Example <alice@example.net>\r\n"
+                       "To: mylist@example.jp\r\n"
+                       "Subject: Hello\r\n"
+                       "Message-ID: <a1@example.net>\r\n"
+                       "Mime-Version: 1.0\r\n"
+                       "Content-Type: text/plain; charset=us-ascii\r\n\r\n";
+    while (text.size() + 72 < MAIL_SIZE)
+        text += std::string(70, 'x') + "\r\n";
+    return text + std::string(MAIL_SIZE - text.size() - 2, 'x') + "\r\n";
+}
+
+DeliveryList::DeliveryList(const std::string &directory)
+    : directory_(directory), message_(directory + "/message")
+{
+    snprintf(g_path_mlist, 1024, "%s/control", directory.c_str());
+    snprintf(g_mbox_list, 1024, "%s/box", directory.c_str());
+    default_settings(&g_mlit);
+    for (const std::string &name : {control("msg"), control("jnl"), box("#msg")})
+        fs::create_directories(name);
+    for (const char *name : {"grant", "subscribe", "confirm", "dgtstat", "digest", "status"})
+        write_whole(control(name), "");
+    write_whole(message_, mail());
+    make_roster(1);
+}
+
+/* Links of one file, or of several: a file has 65,000 names at most on ext4. */
+static void make_messages(const std::string &source, const std::string &names, uint32_t count)
+{
+    std::string from;
+    for (uint32_t uid = 1; uid <= count; ++uid) {
+        if (uid % 60000 == 1) {
+            from = source + std::to_string(uid);
+            write_whole(from, mail());
+        }
+        const std::string name = names + std::to_string(uid);
+        if (link(from.c_str(), name.c_str()) != 0) give_up(name);
+    }
+}
+
+void DeliveryList::make_archive(uint32_t messages)
+{
+    fs::remove_all(box("#msg"));
+    fs::create_directory(box("#msg"));
+    fs::remove(box("#mix"));
+    make_messages(directory_ + "/source.", box("#msg/"), messages);
+    std::vector<IndexRecord> index = {{messages + 1, UIDVALIDITY, messages + 1, 0}};
+    for (uint32_t uid = 1; uid <= messages; ++uid)
+        index.push_back({uid, MESSAGE_RECENT, 300, MAIL_SIZE});
+    write_whole(box("#mix"), std::string(reinterpret_cast<const char *>(index.data()),
+                                         index.size() * sizeof(IndexRecord)));
+    write_whole(control("dgtstat"), "");
+}
+
+void DeliveryList::make_roster(uint32_t members)
+{
+    std::string roster, active;
+    for (uint32_t i = 1; i < members; ++i) {
+        const std::string address = "member" + std::to_string(i) + "@example.com";
+        roster += address + " ON \r\n";
+        active += address + "\r\n";
+    }
+    write_whole(control("member"), roster + "alice@example.net ON \r\n");
+    write_whole(control("active"), active + "alice@example.net\r\n");
+}
+
+void DeliveryList::set_keep(uint32_t messages)
+{
+    write_whole(control("init"), "subject=edit\r\nsubjectf=[%M:%0S]\r\nmaxsummary=500\r\njournal=" +
+                                     std::to_string(messages) + "\r\n");
+}
+
+/* -- the host -- */
+
+static int discard(const char *, const char *, const char *const *, const char *, char *)
+{
+    return 1;
+}
+
+static char eof_text[] = "EOF";
+
+static char *keep_text(const char *)
+{
+    return eof_text; /* all that is kept when a submission leaves no text */
+}
+
+void DeliveryList::post()
+{
+    static FILE *const nowhere = fopen("/dev/null", "we");
+    mlist_set_output(nowhere);
+    char program[] = "mlist", name[] = "mylist";
+    char *slots[] = {program, name, nullptr};
+    char reply[MLIST_REPLY_TEXT_SIZE] = "", result[MLIST_RESULT_TEXT_SIZE] = "";
+    DeliveryRequest request = {};
+    request.submit = discard;
+    request.message_file = message_.c_str();
+    request.argument_count = 1;
+    request.argument_vector = slots;
+    request.domain = "example.jp";
+    request.reply_text = reply;
+    request.result_text = result;
+    request.allocate = malloc;
+    request.release = free;
+    request.keep_text = keep_text;
+    if (ModuleMain(&request) == MLIST_EXIT_ACCEPTED) return;
+    fprintf(stderr, "a posting was not accepted: %s\n", reply);
+    exit(1);
+}
