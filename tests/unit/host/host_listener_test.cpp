@@ -46,7 +46,7 @@ struct Server {
     explicit Server(size_t limit)
         : sessions({limit, limit}, [this](int socket, const std::string &peer) {
               ++served;
-              if (peer == "unix") (void)!write(socket, "hello", 5);
+              if (peer == "unix") send(socket, "hello", 5, MSG_NOSIGNAL);
               Stream stream(socket, -1);
               while (stream.fill(steady_ms() + 20'000, false) == Stream::Got::data) {
                   if (stream.buffered().starts_with("throw")) throw std::runtime_error("thrown");
