@@ -35,6 +35,7 @@ const OsCalls kernel_calls = {
     .mkdir = mkdir,
     .rmdir = rmdir,
     .time = time,
+    .clock_gettime = clock_gettime,
     .sleep = sleep,
 };
 

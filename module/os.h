@@ -26,6 +26,7 @@ struct OsCalls {
     int (*mkdir)(const char *path, mode_t mode);
     int (*rmdir)(const char *path);
     time_t (*time)(time_t *now);
+    int (*clock_gettime)(clockid_t clock, struct timespec *now);
     unsigned (*sleep)(unsigned seconds);
 };
 

@@ -11,12 +11,14 @@
 #include <stdint.h>
 
 #include "mlist/archive.h"
+#include "mlist/daily_log.h"
 #include "mlist/delivery_request.h"
 #include "mlist/fetch.h"
 #include "mlist/host_functions.h"
 #include "mlist/list_settings.h"
 #include "mlist/module_record.h"
 #include "mlist/output.h"
+#include "mlist/token.h"
 
 #ifdef __cplusplus
 extern "C" {

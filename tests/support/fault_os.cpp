@@ -136,6 +136,11 @@ OsCalls fault_calls()
         if (now != nullptr) *now = state.owner->now;
         return state.owner->now;
     };
+    calls.clock_gettime = [](clockid_t clock, struct timespec *now) {
+        if (state.owner->now == 0) return real().clock_gettime(clock, now);
+        *now = {state.owner->now, state.owner->nanoseconds};
+        return 0;
+    };
     calls.sleep = [](unsigned seconds) {
         state.owner->sleeps.push_back(seconds);
         return 0u;

@@ -31,6 +31,7 @@ class FaultOs
     bool disturbed() const; /* whether that call was reached */
 
     time_t now = 0;                 /* 0: the real clock */
+    long nanoseconds = 0;           /* beside now */
     std::vector<unsigned> sleeps;   /* what sleep() was asked for; it returns at once */
     std::vector<std::string> calls; /* "call path" in order */
     long long short_write = -1;     /* write and pwrite take at most so many bytes, -1 all */
