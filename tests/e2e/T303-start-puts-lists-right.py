@@ -1,0 +1,30 @@
+import os
+import time
+
+from lib import MEMBERS, check, daemon, equal, message
+
+DAY = 86400
+
+with daemon(start=False) as server:
+    # What a kill leaves: a rewrite that was committed, one that was not, a stale derived file.
+    roster = server.control("member").read_bytes()
+    server.control("member.new").write_bytes(roster + b"carol@example.com ON \r\n")
+    server.control("member.old").write_bytes(roster)
+    server.control("digest.new").write_bytes(b"half@exam")
+    server.control("active").write_bytes(b"alice@example.net\r\n")
+    # And what deliveries left in the journal: one long ago, one just now, one undistributed.
+    for name, age in (("j.1", 2 * DAY), ("j.2", 60), ("7", 2 * DAY)):
+        server.control(f"jnl/{name}").write_bytes(b"x\r\n")
+        os.utime(server.control(f"jnl/{name}"), (time.time() - age,) * 2)
+
+    server.start()
+    check(not server.control("member.new").exists(), "the committed rewrite is finished")
+    check(not server.control("digest.new").exists(), "the other one is discarded")
+    equal(server.control("digest").read_bytes(), b"", "digest")
+    equal(server.control("active").read_bytes(),
+          b"alice@example.net\r\nbob@example.jp\r\ncarol@example.com\r\n", "active")
+    equal(sorted(path.name for path in server.control("jnl").iterdir()), ["7", "j.2"], "journal")
+    check(b"archived but not distributed" in server.log.read_bytes(), "the log names it")
+    server.accept(message())
+    for member in (*MEMBERS, "carol@example.com"):
+        server.received(member)
