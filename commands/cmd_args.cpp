@@ -120,16 +120,29 @@ uint32_t bit_to_id(DeliveryJob *job, size_t byte, int bit)
     return static_cast<uint32_t>(byte * 8) + static_cast<uint32_t>(bit) + first_number(index);
 }
 
-/* Only numbers that the archive can hold are walked, however large the range is. */
+/* Only numbers that the archive can hold are set, and those of whole bytes at once: however large
+   the range and the gaps in the archive are, they cost nothing. */
 static void add_range(DeliveryJob *job, unsigned char *bitmap, size_t size, uint32_t low,
                       uint32_t high)
 {
     IndexRecord *index = job->mailbox->index;
     if (is_empty_archive(index)) return;
-    if (low < first_number(index)) low = first_number(index);
+    const uint32_t origin = first_number(index);
+    if (low == 0) low = 1; /* no message has the number 0, whatever a damaged index says */
+    if (low < origin) low = origin;
     if (high > last_number(index)) high = last_number(index);
-    for (uint64_t number = low; number <= high; ++number)
-        (void)id_to_bit(job, bitmap, size, static_cast<uint32_t>(number)); /* it is in range */
+    if (low > high || (high - origin) / 8 >= size) return;
+
+    const size_t first = (low - origin) / 8, last = (high - origin) / 8;
+    const unsigned from_low = 0xFFu << (low - origin) % 8;
+    const unsigned to_high = 0xFFu >> (7 - (high - origin) % 8);
+    if (first == last) {
+        bitmap[first] = static_cast<unsigned char>(bitmap[first] | (from_low & to_high));
+        return;
+    }
+    bitmap[first] = static_cast<unsigned char>(bitmap[first] | from_low);
+    memset(bitmap + first + 1, 0xFF, last - first - 1);
+    bitmap[last] = static_cast<unsigned char>(bitmap[last] | to_high);
 }
 
 static void add_item(DeliveryJob *job, unsigned char *bitmap, size_t size, const char *item,

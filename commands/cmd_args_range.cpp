@@ -80,7 +80,7 @@ static bool next_run(const char **list, uint32_t *first, uint32_t *last)
     for (;;) {
         const char *next = skip_space_tab(p);
         if (!is_ascii_digit(static_cast<unsigned char>(*next))) break;
-        if (atodw(next) != *last + 1) break;
+        if (atodw(next) != *last + uint64_t{1}) break;
         ++*last;
         p = skipdigit(next);
     }

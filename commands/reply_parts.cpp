@@ -74,9 +74,10 @@ int put_status(ReplyFile *reply)
                                   "mlname=%s create_cmdrpy can't access information file [%s]");
     static const WriteTexts write = {"fputs",
                                      {1, 234, "mlname=%s create_cmdrpy fputs9 error %m [%s]"}};
-    char line[LINE_SIZE];
-    if (get_member(reply->job, reply->job->sender, line) < 0)
-        return log_failure(look_up, reply->job->list_name, reply->path);
+    char path[PATH_SIZE], line[LINE_SIZE];
+    if (control_path(path, reply->job, "member") < 0 ||
+        get_member(reply->job, reply->job->sender, line) < 0)
+        return log_failure(look_up, reply->job->list_name, path);
     if (reply_put(reply, get_status(line), write) < 0 || reply_put(reply, "\r\n", write) < 0)
         return -1;
     return reply_end_step(reply, write);
