@@ -15,34 +15,48 @@
 
 #define COMMAND_LINE_MAX 1024 /* its line end included */
 
+static const JournalStep body_step = {520, 394};
+
 /* -- the journal -- */
 
-Verdict journal_failed(Run *run, int error, int code, int msgno)
+static Verdict journal_failed(Run *run, int error, JournalStep step)
 {
     DeliveryJob *job = &run->job;
     errno = error;
-    trace_sys(&g_logh, 1, msgno, "mlname=%s fputs fail %m [%s]", job->list_name, run->journal_path);
+    trace_sys(&g_logh, 1, step.msgno, "mlname=%s fputs fail %m [%s]", job->list_name,
+              run->journal_path);
     /* A short write sets no errno; a full disk is what makes a write short. */
     if (error == ENOSPC || error == 0) {
         tmperr_put(*job);
         return Verdict::fail;
     }
     char text[128];
-    put_outcome(code, job->list_name, run->journal_path, error_text(error, text), job->thread_id);
+    put_outcome(step.code, job->list_name, run->journal_path, error_text(error, text),
+                job->thread_id);
     return Verdict::fail;
 }
 
-Verdict write_journal(Run *run, const char *text, int code, int msgno)
+Verdict write_journal(Run *run, const char *text, JournalStep step)
 {
-    if (Fputs(text, run->job.journal) >= 0) return Verdict::go_on;
-    return journal_failed(run, errno, code, msgno);
+    FileRecord *journal = run->job.journal;
+    const bool others_wait = journal->write_count > 0;
+    const int size = Fputs(text, journal);
+    if (size < 0) return journal_failed(run, errno, others_wait ? run->waiting : step);
+    if (journal->write_count <= static_cast<uint32_t>(size)) run->waiting = step;
+    return Verdict::go_on;
+}
+
+Verdict drain_journal(Run *run)
+{
+    if (Fdrain(run->job.journal) == 0) return Verdict::go_on;
+    return journal_failed(run, errno, run->waiting);
 }
 
 /* -- postings -- */
 
 static Verdict handle_posting_line(Run *run)
 {
-    return write_journal(run, run->line, 520, 394);
+    return write_journal(run, run->line, body_step);
 }
 
 static bool is_blank_line(const char *line)
@@ -87,7 +101,7 @@ static Verdict handle_command_line(Run *run)
         put_outcome(523, job->list_name, job->thread_id);
         return Verdict::fail;
     }
-    return done == 1 ? Verdict::go_on : write_journal(run, run->line, 524, 399);
+    return done == 1 ? Verdict::go_on : write_journal(run, run->line, {524, 399});
 }
 
 /* -- any body line -- */
@@ -128,22 +142,32 @@ Verdict copy_message(Run *run)
     return ferror(run->message) ? read_failed(run, errno) : Verdict::go_on;
 }
 
-Verdict close_files(Run *run)
+/* The bottom banner is the last text of the journal, and in a command mail the only one since the
+   header: then a failed write is its own. */
+static Verdict write_bottom_banner(Run *run)
 {
     DeliveryJob *job = &run->job;
+    const bool others_wait = job->journal->write_count > 0;
+    if (insert_banner_b(job) == 0) {
+        if (others_wait) return drain_journal(run);
+        if (Fdrain(job->journal) == 0) return Verdict::go_on;
+    }
+    trace_sys(&g_logh, 1, 401, "mlname=%s insert_banner_b fail", job->list_name);
+    put_outcome(526, job->list_name, job->thread_id);
+    return Verdict::fail;
+}
+
+Verdict close_files(Run *run)
+{
     fclose(run->message);
     run->message = nullptr;
-    if (insert_banner_b(job) < 0) {
-        trace_sys(&g_logh, 1, 401, "mlname=%s insert_banner_b fail", job->list_name);
-        put_outcome(526, job->list_name, job->thread_id);
-        return Verdict::fail;
-    }
-    FileRecord *journal = job->journal;
-    job->journal = nullptr;
+    if (write_bottom_banner(run) != Verdict::go_on) return Verdict::fail;
+    FileRecord *journal = run->job.journal;
+    run->job.journal = nullptr;
     if (f_close(journal)) return Verdict::go_on;
     /* The bytes did not reach the disk: the machine's fault, so the sender's server keeps the mail
        and tries again. */
     const int error = errno;
     setrc_tempfail();
-    return journal_failed(run, error, 520, 394);
+    return journal_failed(run, error, body_step);
 }

@@ -51,7 +51,7 @@ static Verdict write_added_lines(Run *run)
         if (build(lines, sizeof(lines), &run->job) < 0)
             return step_failed(run, "header_add", 512, 386);
         if (lines[0] == '\0') continue;
-        const Verdict verdict = write_journal(run, lines, 513, 387);
+        const Verdict verdict = write_journal(run, lines, {513, 387});
         if (verdict != Verdict::go_on) return verdict;
     }
     return Verdict::go_on;
@@ -64,12 +64,12 @@ static Verdict write_subject(Run *run)
     if (header_sub(line, sizeof(line), &run->job) < 0)
         return step_failed(run, "header_sub", 514, 388);
     if (run->job.settings.subject_mode != SUBJECT_EDIT) return Verdict::go_on;
-    return write_journal(run, line, 515, 389);
+    return write_journal(run, line, {515, 389});
 }
 
 static Verdict write_blank_line(Run *run)
 {
-    return write_journal(run, run->line, 516, 390);
+    return write_journal(run, run->line, {516, 390});
 }
 
 static Verdict write_top_banner(Run *run)
@@ -78,11 +78,18 @@ static Verdict write_top_banner(Run *run)
     return Verdict::go_on;
 }
 
+/* A journal that cannot be written sends the mail back for later: before the first command is
+   carried out, so that the next try does not do it a second time. */
+static Verdict finish_header(Run *run)
+{
+    return run->job.flags & JOB_COMMAND_MAIL ? drain_journal(run) : Verdict::go_on;
+}
+
 static Verdict end_header(Run *run)
 {
     static Verdict (*const steps[])(Run *) = {
-        check_loop,    check_sender,     write_added_lines,
-        write_subject, write_blank_line, write_top_banner,
+        check_loop,       check_sender,     write_added_lines, write_subject,
+        write_blank_line, write_top_banner, finish_header,
     };
     run->job.parse_state = STATE_FIRST_BODY;
     for (const auto step : steps) {
@@ -116,5 +123,5 @@ Verdict handle_header_line(Run *run)
     default:
         break;
     }
-    return write_journal(run, run->line, 519, 393);
+    return write_journal(run, run->line, {519, 393});
 }

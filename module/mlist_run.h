@@ -14,6 +14,12 @@ enum class Verdict {
     leave    /* exit_code at once */
 };
 
+/* A step that writes to the journal: its outcome and the number of its log line. */
+struct JournalStep {
+    int code;
+    int msgno;
+};
+
 struct Run {
     DeliveryRequest *request;
     DeliveryJob job;
@@ -21,6 +27,7 @@ struct Run {
     FILE *message;     /* the incoming message while it is read */
     char *read_buffer; /* its stdio buffer, host memory */
     char journal_path[PATH_SIZE];
+    JournalStep waiting;  /* the step whose text is the first that waits in the journal's buffer */
     int member_known;     /* result of the last mail_access2(), -1 when it has to be asked again */
     char line[LINE_SIZE]; /* the piece of the message that is being handled */
 };
@@ -46,12 +53,12 @@ Verdict distribute(Run *run);
    failures show in the steps that follow. */
 void make_list_directories(const Run *run, const char *list);
 
-/* Writes to the journal.  A full disk is outcome 480, another failure outcome code, logged with
-   number msgno. */
-Verdict write_journal(Run *run, const char *text, int code, int msgno);
+/* Writes to the journal, or collects for it.  A full disk is outcome 480, another failure the
+   outcome and log number of the first step whose text did not get there. */
+Verdict write_journal(Run *run, const char *text, JournalStep step);
 
-/* The same verdict for a write that failed with error. */
-Verdict journal_failed(Run *run, int error, int code, int msgno);
+/* Writes what is collected. */
+Verdict drain_journal(Run *run);
 
 /* Hands a file to the host; keeps the result text when it took it.  Whether it did. */
 bool submit_file(Run *run, const char *file, const char *const *recipients,

@@ -173,14 +173,101 @@ TEST_F(Failures, AFullDiskUnderTheJournalIs480AndForLater)
     EXPECT_EQ("", list.get("dgtstat"));
 }
 
-TEST_F(Failures, AnotherWriteErrorOfTheJournalShowsItsStepAndIsForLater)
+/* The journal's texts are collected; the one that a failure is laid at is the first of those that
+   did not get into the file. */
+TEST_F(Failures, AnotherWriteErrorOfTheJournalShowsTheStepThatCameFirst)
+{
+    const std::string big = std::string(200000, 'x') + "\r\n";
+    const struct {
+        const char *label;
+        std::string message;
+        int nth; /* write of the journal that fails */
+        int msgno;
+        std::string text;
+    } rows[] = {
+        {"a header line", "From: alice@example.net\r\n\r\ntext\r\n", 1, 393,
+         "519 fputs [ml=mylist]"},
+        {"before a long body", "From: alice@example.net\r\n\r\n" + big, 1, 393,
+         "519 fputs [ml=mylist]"},
+        {"in a long body", "From: alice@example.net\r\n\r\n" + big, 2, 394, "520 fputs [ml=mylist"},
+        {"at the end of a long body", "From: alice@example.net\r\n\r\n" + big, 4, 394,
+         "520 fputs [ml=mylist"},
+        {"added lines", "\r\ntext\r\n", 1, 387, "513 fputs [ml=mylist]"},
+    };
+    for (const auto &row : rows) {
+        (void)take_log();
+        FaultOs faults;
+        int writes = 0;
+        faults.before = [&](const std::string &call, const std::string &file) {
+            return call == "write" && file == journal_path() && ++writes == row.nth ? EIO : 0;
+        };
+        EXPECT_EQ(75, post(row.message)) << row.label;
+        const std::string whole =
+            row.text + " fn=" + journal_path() + " Input/output error " + tid() + "\n";
+        EXPECT_EQ(whole.substr(0, 126), reply()) << row.label;
+        EXPECT_TRUE(logged(row.msgno,
+                           "mlname=mylist fputs fail Input/output error [" + journal_path() + "]"))
+            << row.label;
+        EXPECT_EQ("", list.get("dgtstat")) << row.label;
+    }
+}
+
+TEST_F(Failures, WithoutMemoryForItsBufferTheJournalIsWrittenTextByText)
 {
     FaultOs faults;
-    fail(faults, "write", journal_path(), EIO);
-    EXPECT_EQ(75, post_plain({}, std::string(200000, 'x') + "\r\n"));
-    const std::string whole =
-        "520 fputs [ml=mylist fn=" + journal_path() + " Input/output error " + tid() + "\n";
-    EXPECT_EQ(whole.substr(0, 126), reply());
+    int writes = 0, failing = 0;
+    faults.before = [&](const std::string &call, const std::string &file) {
+        return call == "write" && file == journal_path() && ++writes == failing ? EIO : 0;
+    };
+    /* Which allocation is the buffer's: the one whose failure shows in the number of writes. */
+    long buffer = 0;
+    for (; writes < 6 && buffer < 100; ++buffer) {
+        writes = 0;
+        host.fail_allocation = buffer;
+        (void)post_plain();
+    }
+    ASSERT_EQ(6, writes) << "From, Message-ID, added lines, Subject, blank line, body";
+    const struct {
+        int msgno;
+        const char *text;
+    } rows[] = {{393, "519 "}, {393, "519 "}, {387, "513 "},
+                {389, "515 "}, {390, "516 "}, {394, "520 "}};
+    for (const auto &row : rows) {
+        ++failing;
+        writes = 0;
+        (void)take_log();
+        host.fail_allocation = buffer - 1;
+        EXPECT_EQ(75, post_plain()) << failing;
+        EXPECT_TRUE(reply().starts_with(row.text)) << reply();
+        EXPECT_TRUE(logged_prefix(row.msgno, "mlname=mylist fputs fail ")) << failing;
+    }
+}
+
+/* Otherwise the retry would carry the commands out a second time. */
+TEST_F(Failures, NoCommandIsCarriedOutWhenTheJournalCannotBeWritten)
+{
+    const std::string roster = list.get("member");
+    for (const int error : {ENOSPC, EIO}) {
+        FaultOs faults;
+        fail(faults, "write", journal_path(), error);
+        EXPECT_EQ(75, command("From: alice@example.net\r\n\r\n# off\r\n"));
+        EXPECT_TRUE(reply().starts_with(error == ENOSPC ? "480 " : "519 ")) << reply();
+        EXPECT_EQ(roster, list.get("member"));
+        EXPECT_TRUE(host.submissions.empty());
+    }
+}
+
+TEST_F(Failures, ABottomBannerThatCannotBeWrittenBehindCommandsIs526)
+{
+    list.put("msg/bnrbtm.txt", "bottom\r\n");
+    FaultOs faults;
+    int writes = 0;
+    faults.before = [&](const std::string &call, const std::string &file) {
+        return call == "write" && file == journal_path() && ++writes == 2 ? EIO : 0;
+    };
+    EXPECT_EQ(75, command("From: alice@example.net\r\n\r\n# stat\r\n"));
+    EXPECT_EQ("526 insert banner(bottom) fail [ml=mylist] " + tid() + "\n", reply());
+    EXPECT_EQ(1u, host.submissions.size());
 }
 
 TEST_F(Failures, AJournalThatCannotBeSyncedIsForLater)

@@ -3,9 +3,12 @@
 
 #include "tests/pipeline/pipeline.h"
 
-class Posting : public PipelineTest
+namespace
+{
+class Posting : public PipelineTest /* the archive has a record of this name */
 {
 };
+} // namespace
 
 static const std::string ascii_in = crlf({
     "Received: from mx.example.net (mx.example.net [192.0.2.1])",
