@@ -104,9 +104,8 @@ static int leave_at_once(Run *run, int code)
     return code;
 }
 
-int ModuleMain(DeliveryRequest *request)
+static int run_delivery(DeliveryRequest *request)
 {
-    umask(017);
     tcbcreate(request);
     Run run;
     if (!begin(&run, request)) return leave_at_once(&run, MLIST_EXIT_LATER);
@@ -120,4 +119,13 @@ int ModuleMain(DeliveryRequest *request)
         break;
     }
     return success_exit(&run);
+}
+
+int ModuleMain(DeliveryRequest *request)
+{
+    umask(017);
+    ThreadContext *hosts = set_context_aside();
+    const int code = run_delivery(request);
+    take_context_back(hosts);
+    return code;
 }

@@ -67,8 +67,9 @@ void tcbcreate(DeliveryRequest *request)
 {
     create_thread_key();
     ThreadContext *context = static_cast<ThreadContext *>(request->allocate(sizeof(ThreadContext)));
-    /* Without memory, or without a key, the thread goes on with its private context. */
-    const bool owned = context != nullptr && key_created;
+    /* Without memory, or without a key that takes it, the thread goes on with its private one. */
+    const bool owned =
+        context != nullptr && key_created && pthread_setspecific(tlskey_mlist, context) == 0;
     if (!owned) {
         if (context != nullptr) request->release(context);
         context = private_thread_context();
@@ -76,7 +77,20 @@ void tcbcreate(DeliveryRequest *request)
     memset(context, 0, sizeof(*context));
     context->request = request;
     context->start_time = static_cast<int32_t>(os->time(nullptr));
-    context_live = owned && pthread_setspecific(tlskey_mlist, context) == 0;
+    context_live = owned;
+}
+
+ThreadContext *set_context_aside()
+{
+    ThreadContext *context = context_live ? thread_context() : nullptr;
+    context_live = false;
+    return context;
+}
+
+void take_context_back(ThreadContext *context)
+{
+    if (context == nullptr) return;
+    context_live = pthread_setspecific(tlskey_mlist, context) == 0; /* as it took it before */
 }
 
 void tcbfree()

@@ -36,6 +36,11 @@ ThreadContext *thread_context();
 /* Creates tlskey_mlist once for the process. */
 void create_thread_key();
 
+/* For a delivery on a thread that has a context of its host's: what the thread had, or null, and
+   its return when the delivery's own is released. */
+ThreadContext *set_context_aside();
+void take_context_back(ThreadContext *context);
+
 /* Result code of the delivery: 75, or 0 when nothing was recorded.  get_rcode() answers 69 then.
    Both log; after tcbfree() they go on with the code that the released context held. */
 void set_rcode(int code);

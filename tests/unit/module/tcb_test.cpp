@@ -85,3 +85,20 @@ TEST(ThreadContext, WithoutMemoryTheDeliveryGoesOnWithThePrivateOne)
     EXPECT_EQ(75, get_rcode());
     EXPECT_NE(&host.request, thread_context()->request);
 }
+
+TEST(ThreadContext, OfAHostIsBackAfterADeliveryOnTheSameThread)
+{
+    FakeHost host;
+    DeliveryRequest session = host.request;
+    tcbcreate(&session);
+    const ThreadContext *mine = thread_context();
+    setrc_tempfail();
+    EXPECT_EQ(69, host.deliver("/nonexistent/m", "", {"mylist"}));
+    EXPECT_TRUE(host.reply().starts_with("501 ")) << host.reply();
+    EXPECT_EQ(1, host.live_blocks) << "the session's, and nothing of the delivery";
+    EXPECT_EQ(mine, thread_context());
+    EXPECT_EQ(mine, pthread_getspecific(tlskey_mlist));
+    EXPECT_EQ(75, get_rcode());
+    tcbfree();
+    EXPECT_EQ(0, host.live_blocks);
+}
