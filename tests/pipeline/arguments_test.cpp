@@ -60,6 +60,19 @@ TEST_F(Arguments, ADomainWithASlashIsNeverAPathAndFailsAtTheLock)
     EXPECT_FALSE(exists(list.root() + "/evil"));
 }
 
+/* Directories are made for the domain as it was given; everything else happens in the cleaned
+   one's. */
+TEST_F(Arguments, ADomainWithCapitalsReachesOnlyAListThatExists)
+{
+    const std::string mail = "From: alice@example.net\r\n\r\ntext\r\n";
+    write_file(message_file, mail);
+    EXPECT_EQ(0, host.deliver(message_file, "Example.JP", {"mylist"}));
+    EXPECT_NE(std::string::npos, archived(1).find("X-ML-Name: mylist@example.jp\r\n"));
+    EXPECT_TRUE(exists(list.root() + "/control/Example.JP/mylist"));
+    EXPECT_EQ(69, host.deliver(message_file, "New.Example", {"mylist"}));
+    EXPECT_EQ("502 file lock time out [ml=mylist] " + tid() + "\n", reply());
+}
+
 TEST_F(Arguments, SlashesControlsAndCapitalsOfANameAreCleaned)
 {
     EXPECT_EQ(75, deliver("From: a@b\r\n\r\n", {"A/b\x01\x7f"

@@ -55,6 +55,18 @@ TEST_F(Failures, ALockThatWouldBlockIsForLater)
     EXPECT_FALSE(logged_prefix(351, "mlname"));
 }
 
+TEST_F(Failures, OnlyALockThatWouldBlockCountsAsTimedOut)
+{
+    FaultOs faults;
+    fail(faults, "flock", path("lock"), EAGAIN);
+    EXPECT_EQ(75, post_plain());
+    EXPECT_TRUE(reply().starts_with("451 ")) << reply();
+    fail(faults, "flock", path("lock"), ENOLCK);
+    EXPECT_EQ(69, post_plain());
+    EXPECT_TRUE(reply().starts_with("502 ")) << reply();
+    EXPECT_TRUE(logged(351, "mlname=mylist lock file error 37 [fn=" + path("lock") + "]"));
+}
+
 TEST_F(Failures, AMissingListDirectoryIs502AtOnce)
 {
     FaultOs faults;
@@ -298,4 +310,59 @@ TEST_F(Failures, TheFailureExitNamesThreadAndList)
 {
     EXPECT_EQ(69, post(""));
     EXPECT_TRUE(logged(1, tid() + ": mailing-list unavailable  [mylist] <<<"));
+}
+
+/* -- a repair that fails -- */
+
+/* What stands beside a control file and cannot be removed. */
+static void block_recovery(const std::string &path)
+{
+    mkdir((path + ".new").c_str(), 0700);
+    write_file(path + ".new/in-the-way", "");
+}
+
+TEST_F(Failures, SettingsThatCannotBeRepairedAreTheDefaultsAndLeaveTheirText)
+{
+    block_recovery(path("init"));
+    EXPECT_EQ(0, post_plain());
+    EXPECT_EQ(("475 f_reover disk full " + path("init")).substr(0, 126), reply());
+    EXPECT_NE(std::string::npos, archived(1).find("\r\nSubject: [mylist:1] Hello\r\n"));
+
+    list.put("dgtstat", "1\r\n2\r\n");
+    EXPECT_EQ(75, post_plain()) << "what fails later is for later";
+    EXPECT_TRUE(reply().starts_with("475 ")) << reply();
+}
+
+TEST_F(Failures, AnActiveFileThatCannotBeRepairedIsNobodyToSendTo)
+{
+    block_recovery(path("active"));
+    EXPECT_EQ(0, post_plain());
+    EXPECT_EQ(("475 f_reover disk full " + path("active")).substr(0, 126), reply());
+    EXPECT_TRUE(host.submissions.empty());
+    EXPECT_NE("", archived(1));
+    EXPECT_TRUE(list_directory(path("jnl")).empty());
+}
+
+/* -- the host and the journal's end -- */
+
+TEST_F(Failures, AHostWithoutMemoryForItsTextsIsNoFailure)
+{
+    host.request.keep_text = [](const char *) -> char * { return nullptr; };
+    host.result_to_write = "queued";
+    host.set_result("untouched");
+    EXPECT_EQ(0, post_plain());
+    EXPECT_EQ("untouched", host.result());
+}
+
+TEST_F(Failures, AJournalThatCannotBeDeletedIsOnlyLogged)
+{
+    FaultOs faults;
+    int unlinks = 0; /* the first makes room for the journal */
+    faults.before = [&](const std::string &call, const std::string &file) {
+        return call == "unlink" && file == journal_path() && ++unlinks == 2 ? EACCES : 0;
+    };
+    EXPECT_EQ(0, command("From: alice@example.net\r\n\r\n# stat\r\n"));
+    EXPECT_EQ("", reply());
+    EXPECT_TRUE(
+        logged(403, "mlname=mylist can't delete Permission denied [" + journal_path() + "]"));
 }

@@ -54,6 +54,12 @@ TEST_F(HeaderEnd, AnXMlNameOfThisListIsALoopInAnyCase)
     EXPECT_NE(std::string::npos, archived(1).find("\r\nX-ML-Name: mylist@example.jp\r\n"));
 }
 
+TEST_F(HeaderEnd, AnXMlNameOnAContinuationLineIsALoopToo)
+{
+    EXPECT_EQ(69, post_plain({"X-ML-Name:", " mylist@example.jp"}));
+    EXPECT_TRUE(reply().starts_with("510 loop detected (X-ML-Name: ")) << reply();
+}
+
 TEST_F(HeaderEnd, A510TextMayFillTheWholeReply)
 {
     EXPECT_EQ(69, post_plain({"X-ML-Name: mylist@example.jp" + std::string(300, 'x')}));

@@ -241,3 +241,44 @@ TEST_F(Posting, AnArchivedMessageSurvivesTheNextDeliveryOfItsThread)
     ASSERT_EQ(0, post_plain());
     EXPECT_EQ(first, archived(1));
 }
+
+/* Which of the two logs the lines of a delivery go to, and at which level. */
+TEST_F(Posting, TheLinesOfADeliveryHaveTheirLogAndLevel)
+{
+    ASSERT_EQ(0, post_plain());
+    list.put("init", init_with({"vstrml=deny"}));
+    ASSERT_EQ(0, post("From: stranger@example.org\r\n\r\ntext\r\n"));
+    ASSERT_EQ(0, command("From: alice@example.net\r\n\r\n# stat\r\n"));
+    ASSERT_EQ(69, post(""));
+    const struct {
+        int msgno;
+        bool system;
+        int level;
+        const char *begins;
+    } rows[] = {
+        {660, false, 5, "mailing-list receive [mylist]"},
+        {350, true, 11, "mlname=mylist lock file ... [fn="},
+        {352, true, 11, "mlname=mylist ...done lock file [fn="},
+        {378, true, 11, "ml.ini name=mylist 0x7ff 737 "},
+        {385, true, 11, "mlname=mylist mail access status 1 alice@example.net"},
+        {396, true, 11, "mlname=mylist mail access2 status 1 alice@example.net"},
+        {354, true, 11, "unlock file [ml=mylist,fn="},
+        {661, false, 11, "mailing-list end[mylist]"},
+        {408, true, 5, "Distribution Denied Log: mylist stranger@example.org"},
+        {404, true, 1, "mlname=mylist input error (no text)"},
+        {1, false, 1, "unavailable"},
+    };
+    const std::vector<LogLine> lines = take_log();
+    for (const auto &row : rows) {
+        const std::string begins =
+            row.msgno == 1 ? tid() + ": mailing-list unavailable  [mylist] <<<" : row.begins;
+        bool found = false;
+        for (const LogLine &line : lines) {
+            if (line.msgno != row.msgno || !line.text.starts_with(begins)) continue;
+            found = true;
+            EXPECT_EQ(row.system, line.system) << line.text;
+            EXPECT_EQ(row.level, line.level) << line.text;
+        }
+        EXPECT_TRUE(found) << begins;
+    }
+}
