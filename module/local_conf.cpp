@@ -9,8 +9,8 @@
 #define LOCAL_CONF_VALUES 12
 #define LOCAL_CONF_LINE 128
 
-/* In the order of the values.  The keys have no common prefix, so the order of testing shows only
-   in which value a line sets. */
+/* In the order of the values.  No key is the beginning of another, so a line matches one at most.
+ */
 static const char *const local_conf_keys[LOCAL_CONF_VALUES] = {
     "smtp_port=",        "pop_port=",          "pops_port=",     "imap_port=",
     "imaps_port=",       "http_port=",         "https_port=",    "force_auth=",

@@ -25,7 +25,7 @@ void address_check(const char *in, char *out)
 int loop_mail(const DeliveryJob *job)
 {
     /* KEPT: with the two bytes for "@" and NUL an address of 192 passes; a longer one counts as a
-       loop.  Test: Pipeline.AnAddressTooLongForTheLoopCheckIsALoop */
+       loop.  Test: HeaderEnd.AnAddressTooLongForTheLoopCheckIsALoop */
     if (strlen(job->list_name) + strlen(job->domain) + 2 >= LOOP_ADDRESS_SIZE + 1) {
         trace_sys(&g_logh, 1, 369, "mlname=%s loop mail buffer size too small", job->list_name);
         return -1;

@@ -133,7 +133,7 @@ static void log_settings(const DeliveryJob *job)
 }
 
 /* KEPT: a command mail is tested like a posting; its reply text says so, its commands run.
-   Test: Pipeline.AnOversizeMessageIsAnsweredWith538 */
+   Test: CommandMail.AnOversizeCommandMailSaysSoAndIsCarriedOut */
 static void test_size(Run *run)
 {
     DeliveryJob *job = &run->job;

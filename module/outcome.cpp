@@ -10,7 +10,7 @@
 #include "module/tcb.h"
 
 /* KEPT: misspellings, doubled blanks, the missing bracket in 520 and the blank after the line end
-   of 505 are what hosts match on.  Test: Outcome.TheWholeTableIsAsPublished */
+   of 505 are what hosts match on.  Test: OutcomeText.TheWholeTableIsAsPublished */
 const Outcome outcome_table[] = {
     {451, OutcomeRule::always, "451 file lock time out [ml=%s %03d]\n"},
     {470, OutcomeRule::always, "470 mkdir %s"},
