@@ -127,7 +127,8 @@ int put_help(ReplyFile *reply)
     static const WriteTexts texts = {"fputs4",
                                      {1, 218, "mlname=%s create_cmdrpy fputs4 error %m [%s]"}};
     int written = put_list_help(reply);
-    if (written == 0) written = put_list_help(reply); /* KEPT: asked twice before giving up */
+    /* KEPT: asked twice.  Test: ReplyText.HelpIsLookedForTwiceBeforeTheBuiltInTextServes */
+    if (written == 0) written = put_list_help(reply);
     if (written != 0) return written < 0 ? -1 : 0;
     return reply_put(reply, str_help, texts) < 0 ? -1 : reply_end_step(reply, texts);
 }
