@@ -124,14 +124,27 @@ static int make_room(RecordArray *array)
     return 0;
 }
 
+/* The next entry that may be a message; null with errno 0 at the end, or with the cause. */
+static const dirent *next_entry(DIR *directory)
+{
+    const dirent *entry;
+    do {
+        errno = 0;
+        entry = readdir(directory);
+    } while (entry != nullptr && !is_ascii_digit(static_cast<unsigned char>(entry->d_name[0])));
+    return entry;
+}
+
+/* Half of the names make no index: the messages left out would be forgotten and their numbers
+   given out again. */
 static int collect_records(DIR *directory, const char *directory_name, RecordArray *array)
 {
-    for (const dirent *entry = readdir(directory); entry != nullptr; entry = readdir(directory)) {
-        if (!is_ascii_digit(static_cast<unsigned char>(entry->d_name[0]))) continue;
+    while (const dirent *entry = next_entry(directory)) {
         if (make_room(array) < 0) return -1;
         if (list_mbx_mkidx(directory_name, entry->d_name, &array->records[array->count]) == 0)
             ++array->count;
     }
+    if (errno != 0) return -1;
     return make_room(array); /* of an empty directory too there is a header */
 }
 
@@ -176,6 +189,8 @@ static int replace_content(int fd, const char *path, const RecordArray *array)
     }
     if (static_cast<size_t>(written) != size) {
         trace_sys(&g_logh, 11, 639, "mbx_rebuild: write %s/#mix: disk full?", path);
+        /* a part of it would pass for a whole index; nothing at all is rebuilt at the next open */
+        (void)os->ftruncate(fd, 0);
         return -1;
     }
     if (os->ftruncate(fd, static_cast<off_t>(size)) < 0) {

@@ -163,7 +163,7 @@ static void disturb(const Operation &operation, int error)
             disturbed = fault.disturbed();
         }
         const std::string seen = seen_by_next(box);
-        /* A failing open makes the index anew, which loses flags: stated, and visible. */
+        /* A failing open makes the index anew, which loses flags, and that is visible. */
         const bool rebuilt = seen.find(std::to_string(Box::validity)) == std::string::npos;
         bool proper = rebuilt && error > 0 && seen != "unreadable";
         for (const std::string &state : states)

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include "tests/support/fake_host.h"
 #include "tests/support/fault_os.h"
 #include "tests/support/log_capture.h"
 #include "tests/unit/archive/box.h"
@@ -106,6 +107,59 @@ TEST(MailboxOpen, OfAReaderNeitherSyncsNorWrites)
     for (const std::string &call : fault.calls)
         for (const char *change : {"fsync", "pwrite", "write", "ftruncate", "unlink", "futimens"})
             EXPECT_NE(0, call.compare(0, strlen(change), change)) << call;
+}
+
+/* -- failures -- */
+
+TEST(MailboxOpen, WithoutMemoryForTheHandleLeavesTheIndexAlone)
+{
+    Box box;
+    box.append_samples(1);
+    const std::string content = read_file(box.name("#mix"));
+    FakeHost host;
+    tcbcreate(&host.request);
+    const long blocks = host.live_blocks;
+    static const char *const wanted[] = {"1/600 mbx_open(): ThrMemAlloc failed: ",
+                                         "1/601 mbx_open(): ThrStrdup failed: "};
+    for (long nth = 0; nth < 2; ++nth) {
+        take_log();
+        host.fail_allocation = nth;
+        EXPECT_EQ(nullptr, list_mbx_open(box.path(), MAILBOX_QUIET));
+        EXPECT_EQ(-1, host.fail_allocation);
+        EXPECT_EQ(Lines{std::string(wanted[nth]) + "Cannot allocate memory"}, take_log_lines(true));
+        EXPECT_EQ(blocks, host.live_blocks);
+    }
+    tcbfree();
+    EXPECT_EQ(content, read_file(box.name("#mix")));
+}
+
+TEST(MailboxOpen, ThatCannotRenewTheIndexRebuildsIt)
+{
+    static const struct {
+        const char *call;
+        int nth; /* of these calls */
+        const char *log;
+    } rows[] = {
+        {"pread", 1, "1/605 mbx_open(): mbx_writeidx failed Input/output error"},
+        {"futimens", 0, "1/606 mbx_open(): mbx_closeidx failed Input/output error"},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.call);
+        Box box;
+        box.append_samples(2);
+        take_log();
+        {
+            FaultOs fault;
+            int left = row.nth;
+            fault.before = [&](const std::string &call, const std::string &) {
+                return call == row.call && left-- == 0 ? EIO : 0;
+            };
+            EXPECT_EQ(nullptr, list_mbx_open(box.path(), MAILBOX_QUIET));
+        }
+        EXPECT_EQ((Lines{row.log, "11/636 mbx_rebuild: rebuild " + std::string(box.path())}),
+                  take_log_lines(true));
+        EXPECT_EQ((std::vector<uint32_t>{1, 2}), box.uids());
+    }
 }
 
 /* -- damage -- */

@@ -1,4 +1,6 @@
 /* Making the index anew. */
+#include <dirent.h>
+#include <dlfcn.h>
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -138,6 +140,60 @@ TEST(Rebuild, WithoutMessagesDirectoryFailsInSilence)
     take_log();
     EXPECT_EQ(-1, list_mbx_rebuild(box.path()));
     EXPECT_EQ(Lines{}, take_log_lines(true));
+}
+
+/* How many entries of a directory can be read before its disk fails; -1 all of them. */
+static int readable_entries = -1;
+
+/* Takes the place of the C library's for the whole program. */
+extern "C" struct dirent *readdir(DIR *directory)
+{
+    static const auto real =
+        reinterpret_cast<struct dirent *(*)(DIR *)>(dlsym(RTLD_NEXT, "readdir"));
+    if (readable_entries < 0) return real(directory);
+    if (readable_entries-- > 0) return real(directory);
+    readable_entries = -1;
+    errno = EIO;
+    return nullptr;
+}
+
+TEST(Rebuild, OfADirectoryThatCannotBeReadToItsEndLeavesTheIndex)
+{
+    for (int entries = 0; entries <= 5; ++entries) {
+        Box box;
+        box.append_samples(3);
+        write_file(box.name("#mix"), "garbage");
+        take_log();
+        readable_entries = entries;
+        EXPECT_EQ(-1, list_mbx_rebuild(box.path()));
+        EXPECT_EQ(EIO, errno);
+        EXPECT_EQ(-1, readable_entries);
+        EXPECT_EQ(Lines{}, take_log_lines(true));
+        EXPECT_EQ("garbage", read_file(box.name("#mix")));
+    }
+}
+
+/* A part of an index would be taken for all of it, and the rest of the archive be forgotten. */
+TEST(Rebuild, CutShortByAFullDiskIsDoneAgainByTheNextOpen)
+{
+    for (const long long fits : {1, 16, 17, 32, 48, 63}) {
+        SCOPED_TRACE(fits);
+        Box box;
+        box.append_samples(3);
+        write_file(box.name("#mix"), "garbage");
+        {
+            FaultOs fault;
+            fault.short_write = fits;
+            EXPECT_EQ(nullptr, list_mbx_open(box.path(), MAILBOX_QUIET));
+        }
+        EXPECT_EQ(nullptr, list_mbx_open(box.path(), MAILBOX_QUIET));
+        MailboxHandle *handle = list_mbx_open(box.path(), MAILBOX_QUIET);
+        ASSERT_NE(nullptr, handle);
+        EXPECT_EQ(4u, handle->index[0].header_size);
+        list_mbx_close(handle);
+        EXPECT_EQ((std::vector<uint32_t>{1, 2, 3}), box.uids());
+    }
+    take_log();
 }
 
 TEST(Rebuild, LooksAtTheFilesOnlyUnderTheLock)
