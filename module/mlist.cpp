@@ -18,7 +18,6 @@ static void open_log()
 
 static void introduce_module(ModuleRecord *record)
 {
-    record->interface_word = MLIST_INTERFACE_WORD;
     memcpy(g_mlfqdn, record->host_fqdn, sizeof(g_mlfqdn) - 1);
     g_mlfqdn[sizeof(g_mlfqdn) - 1] = '\0';
     strcpy(record->module_name, "mlist");
@@ -63,6 +62,7 @@ int ModuleInitialize(ModuleRecord *record)
         open_log();
         (void)kyt_conf_init(0);
     }
+    record->interface_word = MLIST_INTERFACE_WORD;
     create_thread_key();
     introduce_module(record);
     /* What deliveries may be reading by now is written by the first call alone. */

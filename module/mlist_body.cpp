@@ -142,16 +142,10 @@ Verdict copy_message(Run *run)
     return ferror(run->message) ? read_failed(run, errno) : Verdict::go_on;
 }
 
-/* The bottom banner is the last text of the journal, and in a command mail the only one since the
-   header: then a failed write is its own. */
 static Verdict write_bottom_banner(Run *run)
 {
     DeliveryJob *job = &run->job;
-    const bool others_wait = job->journal->write_count > 0;
-    if (insert_banner_b(job) == 0) {
-        if (others_wait) return drain_journal(run);
-        if (Fdrain(job->journal) == 0) return Verdict::go_on;
-    }
+    if (insert_banner_b(job) == 0 && Fdrain(job->journal) == 0) return Verdict::go_on;
     trace_sys(&g_logh, 1, 401, "mlname=%s insert_banner_b fail", job->list_name);
     put_outcome(526, job->list_name, job->thread_id);
     return Verdict::fail;
@@ -161,6 +155,7 @@ Verdict close_files(Run *run)
 {
     fclose(run->message);
     run->message = nullptr;
+    if (drain_journal(run) != Verdict::go_on) return Verdict::fail;
     if (write_bottom_banner(run) != Verdict::go_on) return Verdict::fail;
     FileRecord *journal = run->job.journal;
     run->job.journal = nullptr;

@@ -90,6 +90,9 @@ static int success_exit(Run *run)
 
 static int failure_exit(Run *run)
 {
+    /* What still waits came before the step that failed: if it cannot be written, that failure is
+       the first one. */
+    if (run->job.journal != nullptr) (void)drain_journal(run);
     release_all(run);
     tcbfree();
     trace(&g_logh, 1, 1, "%03d: mailing-list unavailable  [%s] <<<", run->job.thread_id,

@@ -255,6 +255,28 @@ TEST_F(Failures, WithoutMemoryForItsBufferTheJournalIsWrittenTextByText)
     }
 }
 
+TEST_F(Failures, AFullDiskComesBeforeAFailureThatFollowsIt)
+{
+    const std::string from = "From: alice@example.net\r\n";
+    const struct {
+        const char *label;
+        std::string message;
+    } rows[] = {
+        {"509", from + std::string(2000, 'x') + "\r\n\r\ntext\r\n"},
+        {"510", from + "X-ML-Name: mylist@example.jp\r\n\r\ntext\r\n"},
+        {"518", from + "Return-Path: <a@b>\r\n\r\ntext\r\n"},
+        {"528", from},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(69, post(row.message)) << row.label;
+        EXPECT_TRUE(reply().starts_with(row.label)) << reply();
+        FaultOs faults;
+        fail(faults, "write", journal_path(), ENOSPC);
+        EXPECT_EQ(75, post(row.message)) << row.label;
+        EXPECT_EQ("480 fputs disk full [ml=mylist]", reply()) << row.label;
+    }
+}
+
 /* Otherwise the retry would carry the commands out a second time. */
 TEST_F(Failures, NoCommandIsCarriedOutWhenTheJournalCannotBeWritten)
 {

@@ -9,6 +9,8 @@
 #include "ldapuse.h"
 #include "mlog.h"
 
+int32_t service_log_level = -1;
+
 static std::mutex log_mutex;
 static std::vector<LogLine> log_lines;
 
@@ -52,9 +54,11 @@ int kyt_conf_init(int)
 }
 
 int kyt_smtp_servicesconf_search(int32_t *, int32_t *, int32_t *, char *, int32_t *, int32_t *,
-                                 int32_t *, int32_t *, int32_t *, int32_t *, int32_t *)
+                                 int32_t *, int32_t *, int32_t *, int32_t *, int32_t *level)
 {
-    return KYT_NOT_FOUND;
+    if (service_log_level < 0) return KYT_NOT_FOUND;
+    *level = service_log_level;
+    return KYT_FOUND;
 }
 }
 

@@ -3,6 +3,8 @@
 #ifndef TESTS_LOG_CAPTURE_H
 #define TESTS_LOG_CAPTURE_H
 
+#include <stdint.h>
+
 #include <string>
 #include <vector>
 
@@ -12,6 +14,9 @@ struct LogLine {
     int msgno;
     std::string text;
 };
+
+/* The log level that the service configuration has; -1 none. */
+extern int32_t service_log_level;
 
 /* Takes all lines collected so far out of the store. */
 std::vector<LogLine> take_log();

@@ -45,6 +45,16 @@ TEST(ModuleInitialize, TakesFourSwitchesFromTheLocalConfiguration)
     EXPECT_EQ(4, ml_webpasswd);
 }
 
+TEST(ModuleInitialize, TakesTheLogLevelOfTheServiceConfiguration)
+{
+    local_conf_path = "/nonexistent/local.conf";
+    service_log_level = 3;
+    ModuleRecord record = {};
+    ModuleInitialize(&record);
+    EXPECT_EQ(3, g_logml_level);
+    EXPECT_EQ(3, g_logh.level);
+}
+
 TEST(ModuleInitialize, ASecondCallLeavesTheRootsThatTheHostMoved)
 {
     local_conf_path = "/nonexistent/local.conf";
