@@ -15,6 +15,9 @@ endif()
 if(MLIST_SANITIZE)
   target_compile_options(mlist_options INTERFACE
     -fsanitize=${MLIST_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  # g++ loses sight of a std::optional's flag under the instrumentation.
+  target_compile_options(mlist_options INTERFACE
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-maybe-uninitialized>)
   target_link_options(mlist_options INTERFACE -fsanitize=${MLIST_SANITIZE})
 endif()
 
