@@ -18,6 +18,7 @@
 #include "mlist/list_settings.h"
 #include "mlist/module_record.h"
 #include "mlist/output.h"
+#include "mlist/search.h"
 #include "mlist/token.h"
 
 #ifdef __cplusplus
@@ -41,8 +42,9 @@ int ModuleInitialize(struct ModuleRecord *record);
 int ModuleMain(struct DeliveryRequest *request);
 
 /* Makes and releases the calling thread's Thread context, from the request's allocator.  For
-   host threads that only use the archive driver; ModuleMain() does it for itself.  Threads
-   without one work on a private context backed by malloc(). */
+   host threads that only use the archive driver; ModuleMain() does it for itself, and leaves a
+   context that the thread has as it found it.  Threads without one work on a private context
+   backed by malloc(). */
 void tcbcreate(struct DeliveryRequest *request);
 void tcbfree(void);
 
