@@ -224,13 +224,23 @@ static int make_backup(OpenIndex *index)
     return os->close(backup.take());
 }
 
-/* #mix is untouched so far: without the backup the work copy means nothing. */
+/* #mix is the old index, whole: without the backup the work copy means nothing. */
 static void undo_backup(OpenIndex *index)
 {
     KeepErrno keep;
     const SideEndings &endings = endings_of(index->mode);
     (void)remove_side_file(index, endings.backup); /* first: alone it is harmless as well */
     (void)remove_side_file(index, endings.work);
+}
+
+/* Overwriting failed half way, as on a full disk.  The old index goes back into the room that it
+   had: what is reported as failed has not happened, and readers find a whole index.  If that fails
+   too, the next transaction finishes the commit. */
+static void undo_overwriting(OpenIndex *index)
+{
+    KeepErrno keep;
+    FdGuard backup(open_side_file(index, endings_of(index->mode).backup, O_RDONLY));
+    if (backup.fd >= 0 && copy_durably(backup.fd, index->fd) == 0) undo_backup(index);
 }
 
 static int remove_side_files(OpenIndex *index, int mode)
@@ -250,7 +260,10 @@ static int commit_work_copy(OpenIndex *index, int mode)
         undo_backup(index);
         return -1;
     }
-    if (copy_durably(index->new_fd, index->fd) < 0) return -1;
+    if (copy_durably(index->new_fd, index->fd) < 0) {
+        undo_overwriting(index);
+        return -1;
+    }
     return remove_side_files(index, mode);
 }
 
