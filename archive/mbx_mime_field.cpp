@@ -65,18 +65,27 @@ char *list_get1header(char *header)
 
 /* -- ranges of the message file -- */
 
-uint64_t bytes_there(int fd, uint64_t start, uint64_t length)
+/* Bytes of the range that the file has, or -1 with errno. */
+static int64_t clamp_range(int fd, uint64_t start, uint64_t length)
 {
     struct stat status;
-    if (os->fstat(fd, &status) < 0) return 0;
+    if (os->fstat(fd, &status) < 0) return -1;
     const uint64_t size = static_cast<uint64_t>(status.st_size);
     if (start >= size) return 0;
-    return length < size - start ? length : size - start;
+    return static_cast<int64_t>(length < size - start ? length : size - start);
+}
+
+uint64_t bytes_there(int fd, uint64_t start, uint64_t length)
+{
+    const int64_t there = clamp_range(fd, start, length);
+    return there > 0 ? static_cast<uint64_t>(there) : 0;
 }
 
 char *read_header(int fd, uint64_t start, uint64_t length)
 {
-    return read_to_memory(fd, static_cast<off_t>(start), bytes_there(fd, start, length));
+    const int64_t there = clamp_range(fd, start, length);
+    if (there < 0) return nullptr;
+    return read_to_memory(fd, static_cast<off_t>(start), static_cast<size_t>(there));
 }
 
 /* -- lines -- */
