@@ -44,7 +44,8 @@ char *mkcnfrm(char *buffer)
 
 int getnewtime(struct tm *out, int64_t seconds)
 {
-    const time_t then = os->time(nullptr) + static_cast<time_t>(seconds);
+    time_t then;
+    if (__builtin_add_overflow(os->time(nullptr), seconds, &then)) return -1;
     return localtime_r(&then, out) != nullptr ? 0 : -1;
 }
 
