@@ -1,6 +1,7 @@
 /* Outcomes of the frame: lock, directories, numbering, journal, message file. */
 #include <errno.h>
 #include <fcntl.h>
+#include <string.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -314,16 +315,38 @@ TEST_F(Failures, AJournalThatCannotBeSyncedIsForLater)
     EXPECT_TRUE(list_directory(list.box("#msg")).empty());
 }
 
-TEST_F(Failures, EveryStageGivesBackItsMemoryWhenTheNthAllocationFails)
+TEST_F(Failures, EveryStageGivesBackWhatItHoldsWhenTheNthAllocationFails)
 {
-    bool failed = true;
-    for (long nth = 1; failed; ++nth) {
-        host.fail_allocation = nth;
-        const int code = post_plain();
-        failed = host.fail_allocation < 0;
-        EXPECT_TRUE(code == 0 || code == 69 || code == 75) << nth;
-        EXPECT_EQ(0, host.live_blocks) << nth;
+    const std::string mail = "From: alice@example.net\r\nMessage-ID: <a1@x>\r\n\r\n";
+    const struct {
+        const char *label;
+        std::string init, body;
+        bool is_command;
+    } rows[] = {
+        {"a posting", sample_init(), "Hi.\r\n", false},
+        {"a posting that is denied", init_with({"vstrml=deny"}), "Hi.\r\n", false},
+        {"commands that change the roster", sample_init(), "# off\r\n# on\r\n# stat\r\n", true},
+        {"commands that read the archive", sample_init(), "# summary\r\n# get 1\r\n", true},
+        {"no command", sample_init(), "hello\r\n", true},
+    };
+    ASSERT_EQ(0, post_plain());
+    for (const auto &row : rows) {
+        list.put("init", row.init);
+        list.put("grant", strstr(row.label, "denied") ? "bob@example.jp\r\n" : "");
+        const size_t descriptors = list_directory("/proc/self/fd").size();
+        bool failed = true;
+        for (long nth = 1; failed; ++nth) {
+            SCOPED_TRACE(row.label + (", allocation " + std::to_string(nth)));
+            host.fail_allocation = nth;
+            const int code = row.is_command ? command(mail + row.body) : post(mail + row.body);
+            failed = host.fail_allocation < 0;
+            EXPECT_TRUE(code == 0 || code == 69 || code == 75) << code;
+            EXPECT_EQ(0, host.live_blocks);
+            EXPECT_EQ(descriptors, list_directory("/proc/self/fd").size());
+            host.fail_allocation = -1;
+        }
     }
+    list.put("init", sample_init());
     EXPECT_EQ(0, post_plain());
     expect_nothing_lost_or_left();
 }
