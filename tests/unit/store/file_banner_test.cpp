@@ -128,6 +128,19 @@ TEST(Banner, ALongJapaneseLineLosesNoCharacter)
     }
 }
 
+/* Each change between ASCII and kanji costs an escape: the text grows to three times its size. */
+TEST(Banner, ALineThatOutgrowsItsBufferLosesNoCharacter)
+{
+    std::string line, wanted;
+    for (int i = 0; i < 3000; ++i) {
+        line += i % 7 == 0 ? "ab\xa4\xa2" : "c\xa4\xa4";
+        wanted += i % 7 == 0 ? "ab\x1b$B$\"\x1b(B" : "c\x1b$B$$\x1b(B";
+    }
+    TempList list;
+    list.put("msg/bnrtop.txt", line + "\r\n");
+    EXPECT_EQ(wanted + "\r\n\r\n", inserted(list, sides[0], CONTENT_PLAIN));
+}
+
 TEST(Banner, HostileFilesDoNoHarm)
 {
     static const std::string files[] = {
