@@ -119,7 +119,8 @@ char *sjis2jis(const char *in, char *out, int limit)
     if (in == nullptr) in = "";
     const unsigned char *from = reinterpret_cast<const unsigned char *>(in);
     unsigned char *to = reinterpret_cast<unsigned char *>(out);
-    /* KEPT: three bytes more than the limit may be written before the step that ends it all. */
+    /* KEPT: three bytes more than the limit may be written before the step that ends it all.
+       Test: Sjis2Jis.StopsBehindItsLimitWhateverThatIs */
     const ptrdiff_t stop = static_cast<ptrdiff_t>(limit) + 3;
     SjisText text = {from, from + strlen(in), to, to + (stop > 0 ? stop : 0)};
     while (text.more()) {
