@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "mlist/mlist.h"
+#include "module/admin_session.h"
 #include "module/guards.h"
 #include "module/mlist_access.h"
 #include "module/mlist_lock.h"
@@ -16,15 +17,6 @@
 #include "store/str.h"
 
 #define LIST_NAME_MAX 32
-
-/* A session is its own little host: a request over malloc() that cannot submit, so that reply
-   texts and temporary failures of the operations have a place to go to. */
-struct ListSession {
-    DeliveryRequest request;
-    char reply_text[MLIST_REPLY_TEXT_SIZE];
-    char result_text[MLIST_RESULT_TEXT_SIZE];
-    DeliveryJob job;
-};
 
 static int refuse_submission(const char *, const char *, const char *const *, const char *, char *)
 {
@@ -101,6 +93,21 @@ int mlist_session_check_files(ListSession *session)
     return 0;
 }
 
+/* -- words that become lines -- */
+
+bool is_one_word(const char *text)
+{
+    for (const char *p = text; *p != '\0'; ++p)
+        if (static_cast<unsigned char>(*p) <= ' ' || *p == 0x7F) return false;
+    return text[0] != '\0' && strlen(text) <= ADMIN_WORD_MAX;
+}
+
+int refuse_word()
+{
+    errno = EINVAL;
+    return -1;
+}
+
 /* -- members -- */
 
 int mlist_member_status(ListSession *session, const char *address)
@@ -120,6 +127,7 @@ static int is_member(ListSession *session, const char *address)
 
 int mlist_member_add(ListSession *session, const char *address)
 {
+    if (!is_one_word(address)) return refuse_word();
     const int known = is_member(session, address);
     if (known != 0) return known < 0 ? -1 : 0;
     return add_mlmbr(&session->job, address) < 0 ? -1 : 1;

@@ -26,7 +26,8 @@ const char *mlist_session_reply(const struct ListSession *session);
    status, dgtstat, confirm.  0, or -1 when a directory cannot be made. */
 int mlist_session_check_files(struct ListSession *session);
 
-/* 1 added, 0 the address is a member already, -1 failure (logged). */
+/* 1 added, 0 the address is a member already, -1 failure (logged; EINVAL for an address that is
+   empty, very long, or holds a blank or a control character). */
 int mlist_member_add(struct ListSession *session, const char *address);
 
 /* 1 removed, 0 it was no member, -1 failure. */
@@ -46,6 +47,38 @@ int mlist_member_each(struct ListSession *session, MemberVisitor visit, void *ar
 /* Rewrites "active" or "digest" from the roster where it differs from what the roster gives.
    1 rewritten, 0 it agreed, -1 failure. */
 int mlist_derive(struct ListSession *session, const char *type);
+
+/* -- who may post ("grant": addresses) and who may subscribe ("subscribe": domains and patterns, an
+   asterisk with the end of a domain).  An empty file is open: to every member, to everybody. -- */
+
+/* 1 added, 0 it is there already, -1 failure; EINVAL for another file, for a text that cannot be an
+   entry of it (see mlist_member_add()), and for an asterisk that admits nobody. */
+int mlist_access_add(struct ListSession *session, const char *file, const char *text);
+
+/* 1 removed, all lines of it, 0 it was not there, -1 failure. */
+int mlist_access_remove(struct ListSession *session, const char *file, const char *text);
+
+/* As mlist_member_each(), for the entries in the file's order. */
+typedef int (*AccessVisitor)(const char *text, void *argument);
+int mlist_access_each(struct ListSession *session, const char *file, AccessVisitor visit,
+                      void *argument);
+
+/* -- pending confirmations -- */
+
+/* A line of "confirm".  One that cannot be read has no id, no date, and is not valid. */
+struct PendingConfirmation {
+    const char *address;
+    const char *id;
+    int year, month, day, hour, minute; /* local time up to and including which it is valid */
+    int valid;                          /* now */
+};
+
+/* As mlist_member_each(), for every line; the texts are the callee's only during the call. */
+typedef int (*ConfirmVisitor)(const struct PendingConfirmation *pending, void *argument);
+int mlist_confirm_each(struct ListSession *session, ConfirmVisitor visit, void *argument);
+
+/* Removes what has expired and what cannot be read.  0, or -1 on failure. */
+int mlist_confirm_clean(struct ListSession *session);
 
 #pragma GCC visibility pop
 #ifdef __cplusplus
