@@ -121,7 +121,7 @@ Reply Edge::check_recipient(const ListAddress &recipient, const std::string &sen
 
 Reply Edge::deliver(const ListAddress &recipient, const IncomingMail &mail)
 {
-    const Reply reply = decide(recipient, mail);
+    Reply reply = decide(recipient, mail);
     static const char *const roles[] = {"post", "control", "owner"};
     log_notice(LOG_DELIVERED, recipient.name() + " " + roles[static_cast<int>(recipient.role)] +
                                   " from=<" + mail.sender + "> size=" + std::to_string(mail.size) +
@@ -132,7 +132,7 @@ Reply Edge::deliver(const ListAddress &recipient, const IncomingMail &mail)
 Reply Edge::decide(const ListAddress &recipient, const IncomingMail &mail)
 {
     /* The list may have gone since its address was checked, and the module would make it anew. */
-    const Reply still = check_recipient(recipient, mail.sender);
+    Reply still = check_recipient(recipient, mail.sender);
     if (!still.accepted()) return still;
     if (recipient.role == Role::owner) return forward_to_owners(recipient, mail);
     if (claims_to_be_daemon(mail.facts.from)) return {550, "5.7.1", "lists take no bounces"};
@@ -156,13 +156,21 @@ Reply Edge::forward_to_owners(const ListAddress &recipient, const IncomingMail &
 
 Reply Edge::hand_to_module(const ListAddress &recipient, const std::string &file)
 {
-    const auto pass =
-        gate_.enter(recipient.name(), std::chrono::seconds(host_.settings.lmtp_list_wait));
-    if (!pass) return {451, "4.3.2", "the list is busy, try again later"};
-    const ModuleAnswer answer = run_module(host_, recipient, file);
+    const auto answer =
+        deliver_own(recipient, file, std::chrono::seconds(host_.settings.lmtp_list_wait));
+    if (!answer) return {451, "4.3.2", "the list is busy, try again later"};
+    return reply_for(*answer);
+}
+
+std::optional<ModuleAnswer> Edge::deliver_own(const ListAddress &recipient, const std::string &file,
+                                              std::chrono::milliseconds patience)
+{
+    const auto pass = gate_.enter(recipient.name(), patience);
+    if (!pass) return std::nullopt;
+    ModuleAnswer answer = run_module(host_, recipient, file);
     placeholders_.restore();
     if (answer.exit_code != MLIST_EXIT_ACCEPTED)
         log_warning(LOG_MODULE, recipient.name() + ": exit " + std::to_string(answer.exit_code) +
                                     " " + one_line(answer.reply_text));
-    return reply_for(answer);
+    return answer;
 }

@@ -20,6 +20,11 @@ class Edge : public LmtpHandler
     Reply check_recipient(const ListAddress &recipient, const std::string &sender) override;
     Reply deliver(const ListAddress &recipient, const IncomingMail &mail) override;
 
+    /* Mail that the daemon itself wrote: straight to the module, past all that is asked of
+       strangers.  Nothing when the list was busy for so long. */
+    std::optional<ModuleAnswer> deliver_own(const ListAddress &recipient, const std::string &file,
+                                            std::chrono::milliseconds patience);
+
   private:
     Reply decide(const ListAddress &recipient, const IncomingMail &mail);
     Reply forward_to_owners(const ListAddress &recipient, const IncomingMail &mail);

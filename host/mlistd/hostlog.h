@@ -1,7 +1,7 @@
 /* The daemon's own log lines, on the same channel as the module's.
 
    Numbers: 1000 start, configuration and stop; 1100 connections and LMTP; 1200 hosting the
-   module; 1300 the queue. */
+   module; 1300 the queue; 1400 the digest clock. */
 #ifndef HOST_MLISTD_HOSTLOG_H
 #define HOST_MLISTD_HOSTLOG_H
 
@@ -25,7 +25,9 @@ enum LogNumber {
     LOG_DROPPED = 1111,
     LOG_MODULE = 1200,
     LOG_SUBMIT = 1201,
-    LOG_QUEUE = 1300
+    LOG_QUEUE = 1300,
+    LOG_DIGEST = 1400,
+    LOG_DIGEST_FAILED = 1401
 };
 
 /* One line; the text is never a format, controls in it are shown escaped.  errno is kept. */

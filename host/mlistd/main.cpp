@@ -5,6 +5,9 @@
 #include <sys/eventfd.h>
 #include <sysexits.h>
 
+#include "host/base/digest_files.h"
+#include "host/mlistd/digest/clock.h"
+#include "host/mlistd/digest/lists.h"
 #include "host/mlistd/edge.h"
 #include "host/mlistd/hostlog.h"
 #include "host/mlistd/lists.h"
@@ -144,6 +147,7 @@ int serve(const Settings &settings, const Placeholders &placeholders)
     require(become_user(settings), EX_NOUSER);
     open_logs(settings);
     require(make_data_directories(settings), EX_CANTCREAT);
+    require(make_digest_directories(settings), EX_CANTCREAT);
     silence_stdout();
 
     /* the parts, from what they rest on upwards */
@@ -176,6 +180,9 @@ int serve(const Settings &settings, const Placeholders &placeholders)
     const Housekeeper housekeeper(module, settings);
 
     runner->start();
+    ModuleDigestLists digest_lists(host, edge);
+    DigestRounds digest_rounds(settings, digest_lists);
+    DigestClock digest_clock(digest_rounds);
     require(listener.start(), EX_OSERR);
     log_notice(LOG_START, "ready");
     notify_manager("READY=1");
@@ -186,6 +193,7 @@ int serve(const Settings &settings, const Placeholders &placeholders)
     log_notice(LOG_STOP, "stopping");
     notify_manager("STOPPING=1");
     listener.stop();
+    digest_clock.stop();
     eventfd_write(stop_event.get(), 1);
     sessions.end(settings.shutdown_grace * 1000);
     runner->stop();

@@ -31,6 +31,8 @@ const Binding bindings[] = {
     BIND(session_open, "mlist_session_open"),
     BIND(session_close, "mlist_session_close"),
     BIND(derive, "mlist_derive"),
+    BIND(read_settings, "get_mlini"),
+    BIND(default_settings, "g_mlit"),
     BIND(control_root, "g_path_mlist"),
     BIND(archive_root, "g_mbox_list"),
 };

@@ -19,6 +19,8 @@ struct ModuleLibrary {
     decltype(&mlist_session_open) session_open;
     decltype(&mlist_session_close) session_close;
     decltype(&mlist_derive) derive;
+    decltype(&get_mlini) read_settings; /* under the list's lock */
+    const ListSettings *default_settings;
     char (*control_root)[1024];
     char (*archive_root)[1024];
 };

@@ -19,6 +19,7 @@ extern "C" {
 
 char g_path_mlist[1024];
 char g_mbox_list[1024];
+ListSettings g_mlit;
 
 static thread_local FILE *sink;
 
@@ -95,6 +96,17 @@ int f_recover(const char *path)
     const std::string side = std::string(path) + ".new";
     if (access(side.c_str(), F_OK) != 0) return 0;
     return rename(side.c_str(), path);
+}
+
+/* The file is the minute and nothing else. */
+int get_mlini(const char *list, const char *domain, ListSettings *settings)
+{
+    const std::string path = std::string(g_path_mlist) + "/" + domain + "/" + list + "/init";
+    FILE *file = fopen(path.c_str(), "re");
+    if (file == nullptr) return -1;
+    const int found = fscanf(file, "%d", &settings->digest_time);
+    fclose(file);
+    return found == 1 ? 0 : -1;
 }
 
 ListSession *mlist_session_open(const char *, const char *)
