@@ -9,7 +9,7 @@
 namespace
 {
 
-enum class Takes { list, optional_list, list_and_addresses, message };
+enum class Takes { list, optional_list, list_and_words, status_list_and_words, message };
 enum class Works { on_the_lists, through_the_daemon };
 
 struct Verb {
@@ -28,11 +28,31 @@ constexpr Verb verbs[] = {
      "Show settings, members and archive of a list, or of all"},
     {"list", "check", Takes::optional_list, Works::on_the_lists, list_check,
      "Look for problems in a list's files, or in all lists'"},
-    {"member", "add", Takes::list_and_addresses, Works::on_the_lists, member_add, "Add members"},
-    {"member", "remove", Takes::list_and_addresses, Works::on_the_lists, member_remove,
+    {"member", "add", Takes::list_and_words, Works::on_the_lists, member_add, "Add members"},
+    {"member", "remove", Takes::list_and_words, Works::on_the_lists, member_remove,
      "Remove members"},
+    {"member", "set", Takes::status_list_and_words, Works::on_the_lists, member_set,
+     "Give members every posting (on), none (off) or digests"},
     {"member", "list", Takes::list, Works::on_the_lists, member_list,
      "Print the members, one a line, with their status"},
+    {"grant", "add", Takes::list_and_words, Works::on_the_lists, grant_add,
+     "Add addresses that may post; where there are any, nobody else may"},
+    {"grant", "remove", Takes::list_and_words, Works::on_the_lists, grant_remove,
+     "Remove addresses that may post; without any, every member may"},
+    {"grant", "list", Takes::list, Works::on_the_lists, grant_show,
+     "Print the addresses that may post"},
+    {"subscribe-domain", "add", Takes::list_and_words, Works::on_the_lists, domain_add,
+     "Add domains that may subscribe, \"*.example.jp\" for all below one"},
+    {"subscribe-domain", "remove", Takes::list_and_words, Works::on_the_lists, domain_remove,
+     "Remove domains that may subscribe; without any, everybody may"},
+    {"subscribe-domain", "list", Takes::list, Works::on_the_lists, domain_show,
+     "Print the domains that may subscribe"},
+    {"confirm", "list", Takes::list, Works::on_the_lists, confirm_list,
+     "Print who has been asked to confirm and has not yet"},
+    {"confirm", "clean", Takes::list, Works::on_the_lists, confirm_clean,
+     "Remove confirmations that have expired"},
+    {"", "push", Takes::list, Works::on_the_lists, push,
+     "Have the running mlistd send the digest now"},
     {"", "post", Takes::message, Works::through_the_daemon, post,
      "Hand a message to the running mlistd"},
 };
@@ -53,13 +73,19 @@ void add_operands(CLI::App &command, const Verb &verb, Arguments &arguments)
                            "Envelope sender; else the address of the message's From:");
         return;
     }
+    if (verb.takes == Takes::status_list_and_words)
+        command.add_option("STATUS", arguments.status, "on, off or digest")
+            ->required()
+            ->check(CLI::IsMember({"on", "off", "digest"}));
     auto *list = command.add_option("LIST", arguments.list, "LIST@DOMAIN");
     if (verb.takes != Takes::optional_list) list->required();
-    if (verb.takes == Takes::list_and_addresses)
+    if (verb.takes == Takes::list_and_words || verb.takes == Takes::status_list_and_words) {
+        const bool domains = std::string_view(verb.group) == "subscribe-domain";
         command
-            .add_option("ADDRESS", arguments.addresses,
-                        "Addresses; \"-\" reads them from standard input, one a line")
+            .add_option(domains ? "DOMAIN" : "ADDRESS", arguments.words,
+                        "\"-\" reads them from standard input, one a line")
             ->required();
+    }
 }
 
 void add_special_options(CLI::App &command, const Verb &verb, Arguments &arguments)

@@ -1,34 +1,10 @@
-/* member add, remove, list. */
-#include "host/mlistctl/address.h"
-#include "host/mlistctl/paths.h"
+/* member add, remove, set, list. */
+#include "host/mlistctl/operands.h"
 #include "host/mlistctl/session.h"
 #include "host/mlistctl/verbs.h"
+#include "mlist/list_settings.h"
 
 #include <algorithm>
-#include <iostream>
-
-#include "host/base/text.h"
-
-/* The lines of standard input, empty ones left out. */
-static void append_standard_input(std::vector<std::string> &addresses)
-{
-    std::string line;
-    while (std::getline(std::cin, line))
-        if (std::string_view text = trim(line); !text.empty()) addresses.emplace_back(text);
-    if (std::cin.bad()) throw Failure{CTL_IO, "cannot read standard input", ""};
-}
-
-static std::vector<std::string> read_addresses(const Arguments &arguments)
-{
-    std::vector<std::string> addresses;
-    for (const std::string &word : arguments.addresses) {
-        if (word == "-")
-            append_standard_input(addresses);
-        else
-            addresses.push_back(word);
-    }
-    return addresses;
-}
 
 /* The list itself among its members would send every posting back to the list. */
 static const char *new_member_fault(const std::string &address, const ListAddress &list,
@@ -41,31 +17,11 @@ static const char *new_member_fault(const std::string &address, const ListAddres
     return nullptr;
 }
 
-/* All of them before the first is added: a typing error in a long list changes nothing. */
-static void refuse_bad_addresses(const std::vector<std::string> &addresses, const ListAddress &list,
-                                 const Settings &settings)
-{
-    std::string problem;
-    for (const std::string &address : addresses)
-        if (const char *fault = new_member_fault(address, list, settings))
-            problem += "\n  '" + one_line(address) + "': " + fault;
-    if (!problem.empty())
-        throw Failure{CTL_BAD_DATA, "not a member's address:" + problem,
-                      "nobody was added; correct these and run it again"};
-}
-
-static ListAddress existing_list(const Arguments &arguments, const Settings &settings)
-{
-    ListAddress address = read_list_address(arguments.list, settings.control_suffixes);
-    require_list(address);
-    return address;
-}
-
-using MemberOperation = int (*)(ListSession *session, const char *address);
+using MemberOperation = std::function<int(ListSession *session, const char *address)>;
 
 static std::vector<MemberChange> change_members(const ListAddress &list,
                                                 const std::vector<std::string> &addresses,
-                                                MemberOperation operation)
+                                                const MemberOperation &operation)
 {
     std::vector<MemberChange> changes;
     Session session(list);
@@ -83,21 +39,47 @@ static std::vector<MemberChange> change_members(const ListAddress &list,
 int member_add(const Arguments &arguments, const Settings &settings, Output &output)
 {
     ListAddress list = existing_list(arguments, settings);
-    std::vector<std::string> addresses = read_addresses(arguments);
-    refuse_bad_addresses(addresses, list, settings);
+    std::vector<std::string> addresses = read_words(arguments);
+    refuse_bad_words(
+        addresses,
+        [&](const std::string &address) { return new_member_fault(address, list, settings); },
+        "a member's address", "nobody was added");
     auto changes = change_members(list, addresses, mlist_member_add);
     output.member_changes(changes, "added", "is a member already");
     return CTL_OK;
 }
 
-int member_remove(const Arguments &arguments, const Settings &settings, Output &output)
+static int exit_status_of(const std::vector<MemberChange> &changes)
 {
-    ListAddress list = existing_list(arguments, settings);
-    auto changes = change_members(list, read_addresses(arguments), mlist_member_remove);
-    output.member_changes(changes, "removed", "is no member");
     bool all = std::all_of(changes.begin(), changes.end(),
                            [](const MemberChange &change) { return change.changed; });
     return all ? CTL_OK : CTL_FAILED;
+}
+
+int member_remove(const Arguments &arguments, const Settings &settings, Output &output)
+{
+    ListAddress list = existing_list(arguments, settings);
+    auto changes = change_members(list, read_words(arguments), mlist_member_remove);
+    output.member_changes(changes, "removed", "is no member");
+    return exit_status_of(changes);
+}
+
+static int status_of(const std::string &word)
+{
+    if (word == "on") return MEMBER_ON;
+    return word == "off" ? MEMBER_OFF : MEMBER_DIGEST; /* the command line takes no other */
+}
+
+int member_set(const Arguments &arguments, const Settings &settings, Output &output)
+{
+    ListAddress list = existing_list(arguments, settings);
+    const int status = status_of(arguments.status);
+    auto changes = change_members(list, read_words(arguments),
+                                  [status](ListSession *session, const char *address) {
+                                      return mlist_member_set_status(session, address, status);
+                                  });
+    output.member_changes(changes, "is " + arguments.status, "is no member");
+    return exit_status_of(changes);
 }
 
 static int keep_member(const char *address, int status, void *argument)

@@ -115,20 +115,78 @@ void Output::checked(const std::vector<CheckReport> &reports) const
     if (json_) print_json(all);
 }
 
-void Output::member_changes(const std::vector<MemberChange> &changes, std::string_view done,
-                            std::string_view not_done) const
+static void show_changes(bool json, const char *key, const std::vector<MemberChange> &changes,
+                         std::string_view done, std::string_view not_done)
 {
     Json all = Json::array();
     for (const MemberChange &change : changes) {
-        if (json_) {
-            all.push_back({{"address", change.address}, {"changed", change.changed}});
+        if (json) {
+            all.push_back({{key, change.address}, {"changed", change.changed}});
             continue;
         }
         std::string_view what = change.changed ? done : not_done;
         printf("%s %.*s\n", shown(change.address).c_str(), static_cast<int>(what.size()),
                what.data());
     }
+    if (json) print_json(all);
+}
+
+void Output::member_changes(const std::vector<MemberChange> &changes, std::string_view done,
+                            std::string_view not_done) const
+{
+    show_changes(json_, "address", changes, done, not_done);
+}
+
+void Output::entry_changes(const std::vector<MemberChange> &changes, std::string_view done,
+                           std::string_view not_done) const
+{
+    show_changes(json_, "entry", changes, done, not_done);
+}
+
+void Output::entries(const std::vector<std::string> &entries) const
+{
+    if (json_) return print_json(Json(entries));
+    for (const std::string &entry : entries)
+        printf("%s\n", shown(entry).c_str());
+}
+
+void Output::pending(const std::vector<PendingLine> &lines) const
+{
+    Json all = Json::array();
+    for (const PendingLine &line : lines) {
+        if (json_)
+            all.push_back({{"address", line.address},
+                           {"expires", line.expiry},
+                           {"id", line.id},
+                           {"valid", line.valid}});
+        else if (line.id.empty())
+            printf("%s unreadable\n", shown(line.address).c_str());
+        else
+            printf("%s %s %s %s\n", shown(line.address).c_str(), shown(line.id).c_str(),
+                   line.valid ? "until" : "expired", line.expiry.c_str());
+    }
     if (json_) print_json(all);
+}
+
+void Output::cleaned(const std::string &address, size_t removed) const
+{
+    if (json_)
+        print_json({{"list", address}, {"removed", removed}});
+    else
+        printf("%zu removed\n", removed);
+}
+
+void Output::pushed(const std::string &address) const
+{
+    if (json_)
+        print_json({{"list", address}, {"pushed", true}});
+    else
+        printf("%s: digest pushed\n", address.c_str());
+}
+
+void Output::note(const char *text) const
+{
+    if (!json_) fprintf(stderr, "note: %s\n", text);
 }
 
 void Output::posted(const PostAnswer &answer) const

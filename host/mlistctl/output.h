@@ -36,6 +36,11 @@ struct MemberChange {
     bool changed = false; /* else it was so already */
 };
 
+struct PendingLine {
+    std::string address, expiry, id; /* expiry and id "" for a line that cannot be read */
+    bool valid = false;
+};
+
 struct PostAnswer {
     std::string address;
     int code = 0;
@@ -52,6 +57,15 @@ class Output
     void checked(const std::vector<CheckReport> &reports) const;
     void member_changes(const std::vector<MemberChange> &changes, std::string_view done,
                         std::string_view not_done) const;
+    void entry_changes(const std::vector<MemberChange> &changes, std::string_view done,
+                       std::string_view not_done) const;
+    void entries(const std::vector<std::string> &entries) const;
+    void pending(const std::vector<PendingLine> &lines) const;
+    void cleaned(const std::string &address, size_t removed) const;
+    void pushed(const std::string &address) const;
+
+    /* For people only, to standard error: what a change means that they may not have meant. */
+    void note(const char *text) const;
     void posted(const PostAnswer &answer) const;
 
     /* A roster of any length: begin, each member as it comes, end. */
