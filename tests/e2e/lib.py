@@ -192,6 +192,7 @@ class Daemon:
         self.config = self.root / "mlistd.toml"
         self.log = self.root / "mlistd.log"
         self.process = None
+        self.environment = {**os.environ, "TZ": "Asia/Tokyo"}
         self.configure(settings or {})
 
     def configure(self, settings):
@@ -210,7 +211,7 @@ class Daemon:
             self.process = subprocess.Popen(
                 [*prefix, BUILD / "bin/mlistd", "--config", self.config],
                 stdin=subprocess.DEVNULL, stdout=log, stderr=log,
-                env={**os.environ, "TZ": "Asia/Tokyo"})
+                env=self.environment)
         wait_for("mlistd to answer", self.answers)
         return self
 
@@ -266,7 +267,8 @@ class Daemon:
     def ctl(self, *words, status=0, stdin=None):
         """Runs mlistctl; its standard output, and on request what it said besides."""
         done = subprocess.run([BUILD / "bin/mlistctl", "--config", self.config, *words],
-                              input=stdin, capture_output=True, timeout=PATIENCE)
+                              input=stdin, capture_output=True, timeout=PATIENCE,
+                              env=self.environment)
         if status is not None and done.returncode != status:
             fail(f"mlistctl {' '.join(map(str, words))}: exit status {done.returncode}, wanted "
                  f"{status}\n{done.stdout.decode()}{done.stderr.decode()}")
