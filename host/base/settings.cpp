@@ -197,7 +197,7 @@ Result<void> lay_table(Settings &settings, std::string_view table, const toml::t
         const Place place{file, name.source().begin.line, one_line(full)};
         const SettingKey *key = find_key(table, name.str());
         if (key == nullptr) return place.error("there is no such key");
-        const auto laid = lay_value(settings, *key, node, place);
+        auto laid = lay_value(settings, *key, node, place);
         if (!laid) return laid;
     }
     return {};
@@ -209,7 +209,7 @@ Result<void> lay_file(Settings &settings, const toml::table &tables, const std::
         const Place place{file, name.source().begin.line, one_line(name.str())};
         if (!known_table(name.str())) return place.error("there is no such table");
         if (!node.is_table()) return place.error("must be a table");
-        const auto laid = lay_table(settings, name.str(), *node.as_table(), file);
+        auto laid = lay_table(settings, name.str(), *node.as_table(), file);
         if (!laid) return laid;
     }
     return {};
@@ -276,7 +276,7 @@ Result<Settings> parse_settings(std::string_view text, const std::string &file)
 {
     Settings settings;
     try {
-        const auto laid = lay_file(settings, toml::parse(text, file), file);
+        auto laid = lay_file(settings, toml::parse(text, file), file);
         if (!laid) return laid.error();
     } catch (const toml::parse_error &failure) {
         const size_t line = failure.source().begin.line;

@@ -46,7 +46,7 @@ static Result<void> make_directory(const std::string &path)
     }
     const size_t slash = path.rfind('/');
     if (slash != std::string::npos && slash > 0) {
-        const auto parent = make_directory(path.substr(0, slash));
+        auto parent = make_directory(path.substr(0, slash));
         if (!parent) return parent;
     }
     if (mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) return system_error(path);
@@ -58,7 +58,7 @@ Result<void> make_data_directories(const Settings &settings)
     for (const std::string *path :
          {&settings.data_directory, &settings.control_root, &settings.archive_root,
           &settings.spool_directory, &settings.outbox_directory, &settings.config_directory}) {
-        const auto made = make_directory(*path);
+        auto made = make_directory(*path);
         if (!made) return made;
     }
     return {};
@@ -71,7 +71,7 @@ static Result<void> give_data_directory(const Settings &settings, const passwd &
     const char *path = settings.data_directory.c_str();
     struct stat status;
     if (stat(path, &status) == 0) return {};
-    const auto made = make_directory(settings.data_directory);
+    auto made = make_directory(settings.data_directory);
     if (!made) return made;
     if (chown(path, user.pw_uid, user.pw_gid) != 0) return system_error(path);
     return {};
@@ -84,7 +84,7 @@ Result<void> become_user(const Settings &settings)
     const passwd *user = getpwnam(settings.user.c_str());
     if (user == nullptr)
         return Error{"process.user: there is no user \"" + settings.user + "\"", errno};
-    const auto given = give_data_directory(settings, *user);
+    auto given = give_data_directory(settings, *user);
     if (!given) return given;
     if (initgroups(user->pw_name, user->pw_gid) != 0 || setgid(user->pw_gid) != 0 ||
         setuid(user->pw_uid) != 0)

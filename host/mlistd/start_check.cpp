@@ -1,6 +1,5 @@
 #include "host/mlistd/start_check.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <ctime>
@@ -9,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/base/text.h"
 #include "host/mlistd/hostlog.h"
 #include "host/mlistd/lists.h"
 
@@ -33,15 +33,16 @@ SessionHandle open_session(const ModuleLibrary &module, const ListAddress &list)
     return {session, module.session_close};
 }
 
-std::vector<std::string> files_in(const std::string &directory)
+/* Whole paths; a directory that cannot be read has none. */
+std::vector<std::filesystem::path> files_in(const std::string &directory)
 {
     namespace fs = std::filesystem;
-    std::vector<std::string> names;
+    std::vector<fs::path> files;
     std::error_code failure;
     for (fs::directory_iterator entry(directory, failure), end; !failure && entry != end;
          entry.increment(failure))
-        names.push_back(entry->path().filename());
-    return names;
+        files.push_back(entry->path());
+    return files;
 }
 
 bool older_than_a_day(const std::string &path)
@@ -56,9 +57,9 @@ bool older_than_a_day(const std::string &path)
 std::vector<std::string> stale_work_files(const std::string &journal)
 {
     std::vector<std::string> stale;
-    for (const std::string &name : files_in(journal))
-        if (name.starts_with("j.") && older_than_a_day(journal + "/" + name))
-            stale.push_back(journal + "/" + name);
+    for (const auto &file : files_in(journal))
+        if (file.filename().string().starts_with("j.") && older_than_a_day(file))
+            stale.push_back(file);
     return stale;
 }
 
@@ -73,13 +74,10 @@ void remove_stale(const std::string &journal)
 /* A journal that has its number was archived but not distributed. */
 void report_undistributed(const ListAddress &list, const std::string &journal)
 {
-    const auto all_digits = [](const std::string &name) {
-        return std::all_of(name.begin(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
-    };
-    for (const std::string &name : files_in(journal))
-        if (all_digits(name))
+    for (const auto &file : files_in(journal))
+        if (parse_number(file.filename().string()))
             log_warning(LOG_JOURNAL_LEFT,
-                        list.name() + ": archived but not distributed: " + journal + "/" + name);
+                        list.name() + ": archived but not distributed: " + file.string());
 }
 
 void derive(const ModuleLibrary &module, const ListAddress &list, ListSession *session,
@@ -126,8 +124,8 @@ void check_lists(const ModuleLibrary &module, const Settings &settings)
 
 void remove_unfinished_mail(const std::string &in_directory)
 {
-    for (const std::string &name : files_in(in_directory))
-        unlink((in_directory + "/" + name).c_str());
+    for (const auto &file : files_in(in_directory))
+        unlink(file.c_str());
 }
 
 Housekeeper::Housekeeper(const ModuleLibrary &module, const Settings &settings)

@@ -18,6 +18,7 @@ int most_at_once(DeliveryGate &gate, const std::vector<std::string> &lists)
     std::atomic<int> inside = 0;
     std::atomic<int> most = 0;
     std::vector<std::thread> threads;
+    threads.reserve(lists.size());
     for (const std::string &list : lists)
         threads.emplace_back([&, list] {
             const auto pass = gate.enter(list, milliseconds(60'000));

@@ -82,7 +82,7 @@ class Talk
         for (;;) {
             const size_t end = received_.find("\r\n");
             if (end != std::string::npos) {
-                const std::string one = received_.substr(0, end);
+                std::string one = received_.substr(0, end);
                 received_.erase(0, end + 2);
                 return one;
             }
@@ -100,7 +100,7 @@ class Talk
     {
         send(command + "\r\n");
         for (;;) {
-            const std::string one = line();
+            std::string one = line();
             if (one.size() < 4 || one[3] != '-') return one;
         }
     }
