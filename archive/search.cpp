@@ -9,7 +9,6 @@
 #include "module/ascii.h"
 #include "module/host_mem.h"
 #include "module/sink.h"
-#include "store/str.h"
 
 SearchEntry *search_error(Search *search)
 {
@@ -58,7 +57,8 @@ char *search_getkey(char **position)
     if (begin == nullptr) return nullptr;
     const char *end = *begin == '(' ? end_of_group(begin) : end_of_word(begin);
     const size_t length = static_cast<size_t>(end - begin);
-    *position = skip_space_tab(begin + length);
+    *position = begin + length;
+    *position += strspn(*position, " ");
     if (length == 0) return nullptr;
     char *key = static_cast<char *>(host_allocate(length + 1));
     if (key == nullptr) return nullptr;
@@ -106,11 +106,13 @@ static SearchEntry *evaluate_key(Search *search, SearchEntry *set, char *key, ch
     return search_key(search, set, key, position);
 }
 
-/* The set stays the caller's after an error; one that was made here is released. */
+/* The set stays the caller's after an error; one that was made here is released.
+   KEPT: a blank where a key should begin is an empty key, and ends the criteria.
+   Test: SearchKeys.ABlankTooManyBehindAnArgumentEndsTheCriteria */
 static SearchEntry *evaluate_all(Search *search, char *text, SearchEntry *set)
 {
     SearchEntry *const given = set;
-    char *position = skip_space_tab(text);
+    char *position = text;
     for (;;) {
         const HostPtr<char> key(search_getkey(&position));
         if (key.p == nullptr) return set;
@@ -164,6 +166,7 @@ int mlmbx_search(MailboxHandle *handle, const char *text, const char *charset, i
     if (!failed) print_result(set, uid != 0);
     host_release(set);
     release_trees(&search);
+    set_astring_position(nullptr); /* what it may point into is gone */
     out_flush();
     return failed ? 0 : 1;
 }

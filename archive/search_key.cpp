@@ -8,7 +8,6 @@
 #include "mlist/token.h"
 #include "module/ascii.h"
 #include "module/host_mem.h"
-#include "store/str.h"
 
 /* A key, its arguments still to be read at *position. */
 using KeyHandler = SearchEntry *(*)(Search *search, SearchEntry *set, const char *key,
@@ -20,7 +19,6 @@ static char *take_argument(Search *search, char **position)
     char *argument = *position != nullptr ? list_gettoken_astring(*position) : nullptr;
     *position = argument != nullptr ? astring_position() : nullptr;
     if (argument == nullptr) (void)search_error(search);
-    if (*position != nullptr) *position = skip_space_tab(*position);
     return argument;
 }
 

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "mlist/token.h"
 #include "tests/support/log_capture.h"
 #include "tests/unit/search/archive.h"
 
@@ -120,6 +121,26 @@ TEST_F(SearchKeys, FindWhatTheySay)
 {
     for (const auto &row : key_rows)
         EXPECT_EQ(row.wanted, found(row.text)) << row.text;
+}
+
+TEST_F(SearchKeys, ABlankTooManyBehindAnArgumentEndsTheCriteria)
+{
+    EXPECT_EQ("* SEARCH 1\r\n", found("SEEN  1")) << "blanks behind a key do not count";
+    EXPECT_EQ("* SEARCH 1\r\n", found("TEXT one  FLAGGED"));
+    EXPECT_EQ("* SEARCH 1 2\r\n", found("UID 1:2  FLAGGED"));
+    EXPECT_EQ("ERROR", found("OR TEXT one  SEEN")) << "an operand is missing";
+    EXPECT_EQ("ERROR", found("HEADER X-Test  value")) << "an empty text, then an unknown key";
+    EXPECT_EQ("", found(" SEEN"));
+    EXPECT_EQ("* SEARCH 2\r\n", found("2 ( SEEN)"));
+    EXPECT_EQ("ERROR", found("SEEN\tFLAGGED")) << "a tab is no blank";
+}
+
+TEST_F(SearchKeys, NoTokenIsLeftForTheCallersLine)
+{
+    EXPECT_EQ("* SEARCH 1\r\n", found("TEXT Hello ALL"));
+    EXPECT_EQ(nullptr, list_gettoken_astring(nullptr));
+    EXPECT_EQ("ERROR", found("TEXT Hello KEYWORD foo ALL"));
+    EXPECT_EQ(nullptr, list_gettoken_astring(nullptr));
 }
 
 TEST_F(SearchKeys, SizesComeFromTheIndex)
