@@ -7,8 +7,7 @@
 
 RosterKey roster_key(const char *address)
 {
-    const size_t size = strlen(address);
-    return {address, static_cast<uint32_t>(size), memchr(address, ' ', size) == nullptr};
+    return {address, static_cast<uint32_t>(strlen(address)), strchr(address, ' ') == nullptr};
 }
 
 /* The place of the blank and the first byte rule out nearly every line of a long roster. */
