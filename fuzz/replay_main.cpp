@@ -1,6 +1,7 @@
 /* A main for fuzzers built without libFuzzer.  Files and directories named on the command line are
-   run one after the other; without any, made-up texts are.  Of libFuzzer's options it knows -runs=N
-   and -seed=N and ignores the others, so that both kinds of program are started alike. */
+   run one after the other; without any, made-up texts are.  Of libFuzzer's options it knows
+   -runs=N, -seed=N and -dict=FILE and ignores the others, so that both kinds of program are started
+   alike. */
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -42,9 +43,48 @@ static void run_path(const fs::path &path)
         if (entry.is_regular_file()) run_file(entry.path());
 }
 
+/* -- made-up texts -- */
+
+/* The text between the quotes of a dictionary's line, which knows \\, \" and \xNN. */
+static std::string unescaped(const std::string &quoted)
+{
+    std::string text;
+    for (size_t i = 0; i < quoted.size(); ++i) {
+        if (quoted[i] != '\\' || i + 1 >= quoted.size()) {
+            text += quoted[i];
+        } else if (quoted[++i] == 'x') {
+            text += static_cast<char>(strtoul(quoted.substr(i + 1, 2).c_str(), nullptr, 16));
+            i += 2;
+        } else {
+            text += quoted[i];
+        }
+    }
+    return text;
+}
+
+static std::vector<std::string> read_dictionary(const char *path)
+{
+    std::ifstream in(path);
+    if (!in) {
+        fprintf(stderr, "cannot read %s\n", path);
+        exit(1);
+    }
+    std::vector<std::string> words;
+    for (std::string line; std::getline(in, line);) {
+        const size_t begin = line.find('"'), end = line.rfind('"');
+        if (line[0] != '#' && begin < end)
+            words.push_back(unescaped(line.substr(begin + 1, end - begin - 1)));
+    }
+    return words;
+}
+
+static std::vector<std::string> dictionary;
+
 /* What our grammars are made of, besides any byte at all. */
 static std::string made_up_piece(std::mt19937 *random)
 {
+    if (!dictionary.empty() && (*random)() % 4 != 0)
+        return dictionary[(*random)() % dictionary.size()];
     static const char *const words[] = {
         "\x1b$B", "\x1b$@", "\x1b(B", "\x1b(J", "\x1b(I",   "=?ISO-2022-JP?B?", "?=",  "\r\n",
         "\n",     " ",      "\t",     "=",      "\x8e\xb6", "\x8e\xde",         "Re:", "From ",
@@ -88,6 +128,8 @@ int main(int argc, char **argv)
             runs = strtoul(argv[i] + 6, nullptr, 10);
         else if (strncmp(argv[i], "-seed=", 6) == 0)
             seed = static_cast<unsigned>(strtoul(argv[i] + 6, nullptr, 10));
+        else if (strncmp(argv[i], "-dict=", 6) == 0)
+            dictionary = read_dictionary(argv[i] + 6);
         else if (argv[i][0] != '-')
             paths.push_back(argv[i]);
     }
