@@ -230,7 +230,7 @@ static bool drop_fields(const Patterns &patterns, const char *header, GrowingTex
 
 /* KEPT: names are told apart by case when they are dropped and not when they are kept, and a field
    without a blank behind its colon is none of either.
-   Test: FetchHeaderFields.* */
+   Test: FetchHeaderFields.DropsFieldsByNameInTheirCaseOnly */
 bool filter_fields(FieldFilter filter, char *const *names, size_t count, const char *header,
                    GrowingText *out)
 {

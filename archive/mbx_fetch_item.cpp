@@ -45,15 +45,13 @@ static bool message_time(const MailboxHandle *handle, uint32_t uid, struct tm *t
 
 void print_internaldate(MailboxHandle *handle, int sequence)
 {
-    static const char *const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     KeepErrno keep;
     const IndexRecord *record = message_record(handle, sequence);
     struct tm t;
     if (is_vanished(record)) return put_text("INTERNALDATE \"00-Jan-0000 00:00:00 +0000\"");
     if (!message_time(handle, record->uid, &t)) return put_text("INTERNALDATE NIL");
-    out_printf("INTERNALDATE \"%02d-%s-%04d %02d:%02d:%02d +0000\"", t.tm_mday, months[t.tm_mon],
-               t.tm_year + 1900, t.tm_hour, t.tm_min, t.tm_sec);
+    out_printf("INTERNALDATE \"%02d-%s-%04d %02d:%02d:%02d +0000\"", t.tm_mday,
+               month_names[t.tm_mon], t.tm_year + 1900, t.tm_hour, t.tm_min, t.tm_sec);
 }
 
 /* -- from the file's text -- */

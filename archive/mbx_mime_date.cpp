@@ -1,5 +1,8 @@
-/* The date of a Date field. */
+/* Dates as headers have them. */
 #include "archive/mime.h"
+
+const char month_names[12][4] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                 "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 static const char *read_digits(const char *text, int most, int *value_out, int *count_out)
 {
@@ -14,10 +17,8 @@ static const char *read_digits(const char *text, int most, int *value_out, int *
 /* 1 to 12; 0 when the text begins with no month's name. */
 static int month_number(const char *text)
 {
-    static const char *const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
     for (int i = 0; i < 12; ++i)
-        if (begins_nocase(text, months[i])) return i + 1;
+        if (begins_nocase(text, month_names[i])) return i + 1;
     return 0;
 }
 

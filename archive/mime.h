@@ -44,9 +44,12 @@ struct AddressCursor {
 void start_addresses(AddressCursor *cursor, char *addresses);
 char *next_address(AddressCursor *cursor);
 
-/* -- date of a Date field (mbx_mime_date.cpp) -- */
+/* -- dates (mbx_mime_date.cpp) -- */
 
-/* 1 with the date, or 0 when the text is none. */
+/* "Jan" to "Dec". */
+extern const char month_names[12][4];
+
+/* The date of a Date field: 1, or 0 when the text is none. */
 int analize_rfc822date(const char *text, int *day_out, int *month_out, int *year_out);
 
 inline bool is_ascii_alnum(unsigned char c)
