@@ -8,6 +8,7 @@
 #include "mlist/output.h"
 #include "module/guards.h"
 #include "module/host_mem.h"
+#include "module/tcb.h"
 
 #define COPY_SIZE 16384
 
@@ -50,9 +51,22 @@ static int own_disk2stdout(int fd, off_t offset, size_t length)
     return 0;
 }
 
+/* The host's buffer comes straight from its allocator, without what host_release() looks for in
+   front of a block: the text moves into one of ours. */
+static char *host_disk2memory(int fd, off_t offset, size_t length)
+{
+    char *raw = disk2memory(fd, offset, length);
+    if (raw == nullptr) return nullptr;
+    HostPtr<char> text(length + 1);
+    if (text.p != nullptr) memcpy(text.p, raw, length + 1);
+    KeepErrno keep;
+    thread_context()->request->release(raw);
+    return text.take();
+}
+
 char *read_to_memory(int fd, off_t offset, size_t length)
 {
-    return disk2memory != nullptr ? disk2memory(fd, offset, length)
+    return disk2memory != nullptr ? host_disk2memory(fd, offset, length)
                                   : own_disk2memory(fd, offset, length);
 }
 

@@ -12,8 +12,8 @@ extern "C" {
 #endif
 #pragma GCC visibility push(default)
 
-/* Reads length bytes at offset into a new buffer of the thread's allocator and ends them with
-   NUL; where the file is shorter, what there is.  Null with errno on failure. */
+/* Reads length bytes at offset into a new buffer of the thread's allocator (length + 1 bytes) and
+   ends them with NUL; where the file is shorter, what there is.  Null with errno on failure. */
 char *disk2memory(int fd, off_t offset, size_t length) __attribute__((weak));
 
 /* Copies length bytes at offset to the calling thread's sink (mlist_get_output()).  0, or -1

@@ -78,7 +78,7 @@ EXPORTED char *disk2memory(int fd, off_t offset, size_t length)
         drop_buffer(text);
         return nullptr;
     }
-    text[got] = '\0';
+    memset(text + got, 0, length + 1 - static_cast<size_t>(got));
     return text;
 }
 
