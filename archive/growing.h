@@ -27,6 +27,7 @@ template <class T> class GrowingList
         return true;
     }
     [[nodiscard]] bool add(const T &item) { return append(&item, 1); }
+    [[nodiscard]] bool reserve(size_t more) { return make_room(more); }
 
     T *items() { return items_; }
     const T *items() const { return items_; }

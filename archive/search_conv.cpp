@@ -7,56 +7,54 @@
 
 static constexpr char ESCAPE = 0x1B;
 
-/* Size of the run at data that holds neither CR, LF nor any byte of stop. */
-static size_t plain_run(const char *data, size_t size, char stop)
+/* Bytes in front of the first stop. */
+static size_t run_before(const char *data, size_t size, char stop)
 {
-    size_t run = 0;
-    while (run < size && data[run] != '\r' && data[run] != '\n' && data[run] != stop)
-        ++run;
-    return run;
+    const void *found = size > 0 ? memchr(data, stop, size) : nullptr;
+    return found != nullptr ? static_cast<size_t>(static_cast<const char *>(found) - data) : size;
+}
+
+/* Appends a line without its CRs. */
+static bool append_line(const char *line, size_t size, GrowingText *out)
+{
+    for (size_t at = 0; at < size;) {
+        const size_t run = run_before(line + at, size - at, '\r');
+        if (!out->append(line + at, run)) return false;
+        at += run + 1;
+    }
+    return true;
 }
 
 bool search_euc2euc(const char *data, size_t size, GrowingText *out)
 {
-    while (size > 0) {
-        const size_t run = plain_run(data, size, '\n');
-        if (!out->append(data, run)) return false;
-        const size_t step = run < size ? run + 1 : run;
-        data += step;
-        size -= step;
+    if (!out->reserve(size)) return false;
+    for (size_t at = 0; at < size;) {
+        const size_t line = run_before(data + at, size - at, '\n');
+        if (!append_line(data + at, line, out)) return false;
+        at += line + 1;
     }
     return true;
 }
 
-/* Appends a run with the top bit of every byte set. */
-static bool append_two_byte_run(const char *data, size_t size, GrowingText *out)
+static void set_top_bits(char *text, size_t size)
 {
-    const size_t before = out->count();
-    if (!out->append(data, size)) return false;
-    for (size_t i = before; i < out->count(); ++i)
-        out->items()[i] = static_cast<char>(out->items()[i] | '\x80');
-    return true;
+    for (size_t i = 0; i < size; ++i)
+        text[i] = static_cast<char>(text[i] | '\x80');
 }
 
 bool search_jis2euc(const char *data, size_t size, GrowingText *out)
 {
+    if (!out->reserve(size)) return false;
     bool two_byte = false;
-    while (size > 0) {
-        const size_t run = plain_run(data, size, ESCAPE);
-        if (two_byte ? !append_two_byte_run(data, run, out) : !out->append(data, run)) return false;
-        data += run;
-        size -= run;
-        if (size == 0) break;
-        size_t step = 1;
-        if (*data == ESCAPE) {
-            if (size < 3) break; /* half an escape ends the text */
-            two_byte = data[1] == '$';
-            step = 3;
-        }
-        data += step;
-        size -= step;
+    for (;;) {
+        const size_t run = run_before(data, size, ESCAPE), before = out->count();
+        if (!search_euc2euc(data, run, out)) return false;
+        if (two_byte) set_top_bits(out->items() + before, out->count() - before);
+        if (size - run < 3) return true; /* half an escape ends the text */
+        two_byte = data[run + 1] == '$';
+        data += run + 3;
+        size -= run + 3;
     }
-    return true;
 }
 
 /* -- Shift_JIS -- */
@@ -79,7 +77,7 @@ static void convert_pair(unsigned lead, unsigned trail, char *pair)
     pair[1] = static_cast<char>(upper ? trail + 2 : trail + (trail < 0x7F ? 0x61 : 0x60));
 }
 
-/* Converts what begins at data; the bytes it took, 0 without memory. */
+/* Converts what begins at data, not in ASCII; the bytes it took, 0 without memory. */
 static size_t convert_sjis_step(const unsigned char *data, size_t size, GrowingText *out)
 {
     const unsigned char c = data[0];
@@ -99,17 +97,30 @@ static size_t convert_sjis_step(const unsigned char *data, size_t size, GrowingT
         pair[1] = static_cast<char>(data[1]);
         return out->append(pair, 2) ? 2 : 0;
     }
-    return c == '\r' || c == '\n' || out->append(pair, 1) ? 1 : 0;
+    return out->append(pair, 1) ? 1 : 0;
+}
+
+static size_t ascii_run(const char *data, size_t size)
+{
+    size_t run = 0;
+    while (run < size && static_cast<unsigned char>(data[run]) < 0x80)
+        ++run;
+    return run;
 }
 
 bool search_sjis2euc(const char *data, size_t size, GrowingText *out)
 {
-    while (size > 0) {
+    if (!out->reserve(size)) return false;
+    for (;;) {
+        const size_t run = ascii_run(data, size);
+        if (!search_euc2euc(data, run, out)) return false;
+        data += run;
+        size -= run;
+        if (size == 0) return true;
         const size_t took =
             convert_sjis_step(reinterpret_cast<const unsigned char *>(data), size, out);
         if (took == 0) return false;
         data += took;
         size -= took;
     }
-    return true;
 }

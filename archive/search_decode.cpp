@@ -18,6 +18,7 @@ bool search_b64_dec(const char *data, size_t size, GrowingText *out)
     bool reported = false;
     char block[768];
     size_t used = 0;
+    if (!out->reserve(size / 4 * 3 + 3)) return false;
     for (size_t i = 0; i < size && data[i] != '='; ++i) {
         const int value = b64_dec_t[static_cast<unsigned char>(data[i])];
         if (value < 0) {
@@ -124,6 +125,7 @@ static size_t plain_size(const char *text, size_t size)
 
 bool search_mime_decode(const char *header, size_t size, GrowingText *out)
 {
+    if (!out->reserve(size)) return false;
     while (size > 0) {
         const EncodedWord word = word_at(header, size);
         const size_t took = word.size != 0 ? word.size : plain_size(header, size);

@@ -103,22 +103,49 @@ class ParsedMessage
     bool own_ = false;
 };
 
-/* The bytes that the file has of a range; their size.  Null without memory or on a read error. */
-static char *read_bytes(int fd, uint64_t start, uint64_t length, size_t *size_out)
+#define WHOLE_READ_SIZE (256 * 1024) /* files up to here are read at once */
+
+/* The bytes of a message file, by ranges. */
+class MessageBytes
 {
-    const uint64_t there = bytes_there(fd, start, length);
-    *size_out = static_cast<size_t>(there);
-    return read_to_memory(fd, static_cast<off_t>(start), *size_out);
-}
+  public:
+    explicit MessageBytes(int fd) : fd_(fd), size_(bytes_there(fd, 0, UINT64_MAX)) {}
+    ~MessageBytes() { host_release(block_); }
+    MessageBytes(const MessageBytes &) = delete;
+    MessageBytes &operator=(const MessageBytes &) = delete;
+
+    /* What the file has of a range, until the next call.  Null without memory or on a read
+       error. */
+    const char *range(uint64_t start, uint64_t length, size_t *size_out)
+    {
+        if (start > size_) start = size_;
+        *size_out = static_cast<size_t>(length < size_ - start ? length : size_ - start);
+        if (size_ > WHOLE_READ_SIZE) return read(start, *size_out);
+        const char *whole = block_ != nullptr ? block_ : read(0, static_cast<size_t>(size_));
+        return whole != nullptr ? whole + start : nullptr;
+    }
+
+  private:
+    const char *read(uint64_t start, size_t size)
+    {
+        host_release(block_);
+        block_ = read_to_memory(fd_, static_cast<off_t>(start), size);
+        return block_;
+    }
+
+    int fd_;
+    uint64_t size_;
+    char *block_ = nullptr;
+};
 
 /* -- TEXT and BODY -- */
 
-static bool header_contains(int fd, const PartNode *part, const GrowingText &wanted)
+static bool header_contains(MessageBytes *bytes, const PartNode *part, const GrowingText &wanted)
 {
     size_t size = 0;
-    const HostPtr<char> header(read_bytes(fd, part->start, part->header_length, &size));
+    const char *header = bytes->range(part->start, part->header_length, &size);
     GrowingText decoded;
-    if (header.p == nullptr || !search_mime_decode(header.p, size, &decoded)) return false;
+    if (header == nullptr || !search_mime_decode(header, size, &decoded)) return false;
     return contains(decoded, wanted);
 }
 
@@ -164,17 +191,17 @@ static bool is_base64(const PartNode *part)
            part->transfer_encoding[6 + strspn(part->transfer_encoding + 6, " \t")] == '\0';
 }
 
-static bool body_contains(int fd, const PartNode *part, const GrowingText &wanted)
+static bool body_contains(MessageBytes *bytes, const PartNode *part, const GrowingText &wanted)
 {
     const Convert convert = convert_of_body(part->content_type);
     if (convert == nullptr) return false;
     size_t size = 0;
-    const HostPtr<char> raw(
-        read_bytes(fd, uint64_t{part->start} + part->header_length, part->body_length, &size));
-    if (raw.p == nullptr) return false;
+    const char *raw =
+        bytes->range(uint64_t{part->start} + part->header_length, part->body_length, &size);
+    if (raw == nullptr) return false;
     GrowingText decoded, text;
-    if (!is_base64(part)) return convert(raw.p, size, &text) && contains(text, wanted);
-    if (!search_b64_dec(raw.p, size, &decoded)) return false;
+    if (!is_base64(part)) return convert(raw, size, &text) && contains(text, wanted);
+    if (!search_b64_dec(raw, size, &decoded)) return false;
     return convert(decoded.items(), decoded.count(), &text) && contains(text, wanted);
 }
 
@@ -184,25 +211,32 @@ static bool is_message(const PartNode *part)
 }
 
 /* Walks the parts in order; the depth of a tree is bounded. */
-static bool part_contains(int fd, const PartNode *part, const GrowingText &wanted, bool headers)
+static bool part_contains(MessageBytes *bytes, const PartNode *part, const GrowingText &wanted,
+                          bool headers)
 {
     if (part == nullptr) return false;
     const PartNode *headed = is_message(part) ? part->enclosed : part;
-    if (headers && headed != nullptr && header_contains(fd, headed, wanted)) return true;
-    if (has_searched_body(part) && body_contains(fd, part, wanted)) return true;
+    if (headers && headed != nullptr && header_contains(bytes, headed, wanted)) return true;
+    if (has_searched_body(part) && body_contains(bytes, part, wanted)) return true;
     for (uint32_t i = 0; i < part->child_count; ++i)
-        if (part_contains(fd, part->children[i], wanted, headers)) return true;
+        if (part_contains(bytes, part->children[i], wanted, headers)) return true;
     return false;
 }
 
 /* -- header fields -- */
 
 #define FIELD_PREFIX_SIZE 127
+#define SMALL_HEADER_SIZE (64 * 1024) /* up to here the index is believed without a look */
+
+static char *read_fields(int fd, uint32_t size)
+{
+    return size <= SMALL_HEADER_SIZE ? read_to_memory(fd, 0, size) : read_header(fd, 0, size);
+}
 
 static bool field_contains(int fd, uint32_t header_size, const char *prefix,
                            const GrowingText &wanted)
 {
-    const HostPtr<char> header(read_header(fd, 0, header_size));
+    const HostPtr<char> header(read_fields(fd, header_size));
     if (header.p == nullptr) return false;
     FieldCursor fields;
     start_fields(&fields, header.p);
@@ -235,7 +269,8 @@ SearchEntry *search_text(Search *search, SearchEntry *set, char *wanted)
 {
     return filter_by_text(search, set, wanted,
                           [](const ParsedMessage &message, int, const GrowingText &text) {
-                              return part_contains(message.fd(), message.parts(), text, true);
+                              MessageBytes bytes(message.fd());
+                              return part_contains(&bytes, message.parts(), text, true);
                           });
 }
 
@@ -243,7 +278,8 @@ SearchEntry *search_body(Search *search, SearchEntry *set, char *wanted)
 {
     return filter_by_text(search, set, wanted,
                           [](const ParsedMessage &message, int, const GrowingText &text) {
-                              return part_contains(message.fd(), message.parts(), text, false);
+                              MessageBytes bytes(message.fd());
+                              return part_contains(&bytes, message.parts(), text, false);
                           });
 }
 

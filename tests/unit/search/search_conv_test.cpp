@@ -25,6 +25,12 @@ static const struct {
      "\xa4\xa2\xa4\xa4x"},
     {"JIS: the old escape", search_jis2euc, "\x1b$@$\"\x1b(J", "\xa4\xa2"},
     {"JIS: half an escape ends the text", search_jis2euc, "ab\x1b$", "ab"},
+    {"EUC: also a CR or LF alone", search_euc2euc, "\n\ra\rb\r\rc\n\nd\r", "abcd"},
+    {"JIS: an escape behind an escape", search_jis2euc, "\x1b$B\x1b(B\x1b$B$\"", "\xa4\xa2"},
+    {"JIS: a line end at every place", search_jis2euc, "\n\x1b$B\r$\n\"\r\n\x1b(B\r", "\xa4\xa2"},
+    {"SJIS: line ends are dropped", search_sjis2euc, "\r\na\r\x82\xa0\nb\n",
+     "a\xa4\xa2"
+     "b"},
     {"EUC: line ends are dropped", search_euc2euc, "\xa4\xa2\r\n\xa4\xa4", "\xa4\xa2\xa4\xa4"},
     {"SJIS: two-byte characters", search_sjis2euc, "a\x82\xa0\x88\x9f", "a\xa4\xa2\xb0\xa1"},
     {"SJIS: half-width kana become wide", search_sjis2euc, "\xb1", "\xa5\xa2"},
@@ -43,6 +49,8 @@ static const struct {
     {"Shift_JIS", search_mime_decode, "=?Shift_JIS?Q?=82=A0?=", "\xa4\xa2"},
     {"other charsets stay", search_mime_decode, "=?UTF-8?Q?a?=", "=?UTF-8?Q?a?="},
     {"a word without end stays", search_mime_decode, "=?EUC-JP?Q?a", "=?EUC-JP?Q?a"},
+    {"empty words", search_mime_decode, "=?ISO-2022-JP?Q?\?= =?Shift_JIS?B?\?= =?EUC-JP?Q?\?=x",
+     "x"},
     {"an equals sign alone", search_mime_decode, "a=?=?b", "a=?=?b"},
 };
 

@@ -205,6 +205,30 @@ TEST_F(SearchKeys, VanishedFilesFailTextKeysOnly)
     EXPECT_EQ("* SEARCH 1\r\n", found("SEEN"));
 }
 
+TEST_F(SearchKeys, LargeMessagesAreSearchedToTheirEnds)
+{
+    std::string body;
+    for (int line = 0; line < 8000; ++line)
+        body += "a line of a large message, again and again\r\n";
+    box.add(mail("Subject: large\r\nContent-Type: multipart/mixed; boundary=b\r\n",
+                 "--b\r\n\r\n" + body + "the end of one\r\n--b\r\nSubject: second\r\n\r\n" + body +
+                     "the end of two\r\n--b--\r\n"));
+    box.open();
+    EXPECT_EQ("* SEARCH 5\r\n", found("TEXT \"the end of one\""));
+    EXPECT_EQ("* SEARCH 5\r\n", found("BODY \"the end of two\""));
+    EXPECT_EQ("* SEARCH 5\r\n", found("TEXT \"Subject: second\""));
+    EXPECT_EQ("", found("BODY \"Subject: second\""));
+}
+
+TEST_F(SearchKeys, AHeaderSizeBeyondTheFileIsNoTrouble)
+{
+    MailboxHandle *handle = box.open();
+    for (const uint32_t size : {65536u, 65537u, 4294967295u}) {
+        handle->index[1].header_size = size;
+        EXPECT_EQ("* SEARCH 1\r\n", found("SUBJECT Hello")) << size;
+    }
+}
+
 TEST_F(SearchKeys, UIDsArePrintedInSequenceOrder)
 {
     EXPECT_EQ("* SEARCH 1 2 3 4\r\n", box.search("ALL", nullptr, 1));
