@@ -52,6 +52,13 @@ static void fill_session(ListSession *session, const char *list, const char *dom
     address_check(domain, job->domain);
 }
 
+static void free_session(ListSession *session)
+{
+    tcbfree();
+    take_context_back(session->outer_context);
+    free(session);
+}
+
 ListSession *mlist_session_open(const char *list, const char *domain)
 {
     if (!is_component(list, LIST_NAME_MAX) || !is_component(domain, DOMAIN_SIZE - 1)) {
@@ -61,11 +68,11 @@ ListSession *mlist_session_open(const char *list, const char *domain)
     ListSession *session = static_cast<ListSession *>(calloc(1, sizeof(ListSession)));
     if (session == nullptr) return nullptr;
     fill_session(session, list, domain);
+    session->outer_context = set_context_aside();
     tcbcreate(&session->request);
     if (file_lock(&session->job) < 0) {
         KeepErrno keep;
-        tcbfree();
-        free(session);
+        free_session(session);
         return nullptr;
     }
     session->job.settings = g_mlit;
@@ -77,8 +84,7 @@ void mlist_session_close(ListSession *session)
 {
     if (session == nullptr) return;
     file_unlock(&session->job);
-    tcbfree();
-    free(session);
+    free_session(session);
 }
 
 const char *mlist_session_reply(const ListSession *session)

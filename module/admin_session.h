@@ -5,6 +5,7 @@
 #include "mlist/admin.h"
 #include "mlist/delivery_request.h"
 #include "module/job.h"
+#include "module/tcb.h"
 
 /* A session is its own little host: a request over malloc() that cannot submit, so that reply
    texts and temporary failures of the operations have a place to go to. */
@@ -13,6 +14,7 @@ struct ListSession {
     char reply_text[MLIST_REPLY_TEXT_SIZE];
     char result_text[MLIST_RESULT_TEXT_SIZE];
     DeliveryJob job;
+    ThreadContext *outer_context; /* what the thread had before the session */
 };
 
 /* Longer lines come back in pieces from some readers of the control files. */

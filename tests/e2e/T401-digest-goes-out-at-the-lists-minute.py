@@ -1,3 +1,5 @@
+import time
+
 from clock import Clock, day_after_tomorrow, pushed_on
 from lib import LIST, check, daemon, equal, message, wait_for
 
@@ -48,6 +50,7 @@ with daemon(start=False, lists=(LIST, OTHER), time="13:00") as server:
     clock.set(day_after_tomorrow(12, 59, 58))
     server.accept(message(b"Posting 4", number=4))
     clock.set(day_after_tomorrow(16, 0))
+    time.sleep(3)   # a wrong push would take no longer: the daemon looks every second
     wait_for("the queue to be empty", server.queue_is_empty)
     server.received("alice@example.net", 6)
     equal(server.control("dgtstat").read_bytes(), b"3-4", "no second digest")

@@ -66,8 +66,7 @@ Result<int> ModuleDigestLists::digest_minute(const ListAddress &list)
 std::optional<time_t> ModuleDigestLists::exists_since(const ListAddress &list)
 {
     const std::string path = control_path(host_.settings, list.list, list.domain);
-    struct statx status {
-    };
+    struct statx status = {};
     if (statx(AT_FDCWD, path.c_str(), 0, STATX_BTIME, &status) != 0 ||
         (status.stx_mask & STATX_BTIME) == 0)
         return std::nullopt;
@@ -99,8 +98,9 @@ static Result<MessageFile> write_mail(const std::string &path, const std::string
 DigestLists::Push ModuleDigestLists::push(const ListAddress &list, time_t now)
 {
     /* Held no longer than this line: the delivery takes the lock itself. */
-    if (const auto free = try_lock(list); !free && free.error().code == EWOULDBLOCK)
+    if (const auto lock = try_lock(list); !lock && lock.error().code == EWOULDBLOCK)
         return Push::busy;
+    if (!exists(list)) return Push::failed; /* gone meanwhile; the module would make it anew */
     return deliver_push(list, now);
 }
 
@@ -108,10 +108,9 @@ DigestLists::Push ModuleDigestLists::deliver_push(const ListAddress &list, time_
 {
     const Settings &settings = host_.settings;
     const unsigned number = ++pushes_;
-    const auto mail =
-        write_mail(settings.spool_directory + "/in/push." + std::to_string(number),
-                   push_mail(list, settings.control_suffixes.front(), now, number,
-                             host_name(settings)));
+    const auto mail = write_mail(
+        settings.spool_directory + "/in/push." + std::to_string(number),
+        push_mail(list, settings.control_suffixes.front(), now, number, host_name(settings)));
     if (!mail) {
         log_error(LOG_DIGEST_FAILED, list.name() + ": " + mail.error().text);
         return Push::failed;
