@@ -51,7 +51,7 @@ static const char *end_of_word(const char *text)
     return text;
 }
 
-char *search_getkey(char **position)
+char *search_getkey(Search *search, char **position)
 {
     char *begin = *position;
     if (begin == nullptr) return nullptr;
@@ -61,7 +61,10 @@ char *search_getkey(char **position)
     *position += strspn(*position, " ");
     if (length == 0) return nullptr;
     char *key = static_cast<char *>(host_allocate(length + 1));
-    if (key == nullptr) return nullptr;
+    if (key == nullptr) {
+        (void)search_error(search); /* or the rest of the criteria would go unnoticed */
+        return nullptr;
+    }
     memcpy(key, begin, length);
     key[length] = '\0';
     return key;
@@ -72,7 +75,7 @@ char *search_getkey(char **position)
 /* Evaluates one key over all messages; null after an error. */
 static SearchEntry *evaluate_operand(Search *search, char **position)
 {
-    const HostPtr<char> key(search_getkey(position));
+    const HostPtr<char> key(search_getkey(search, position));
     SearchEntry *set = key.p != nullptr ? search_full_set(search) : nullptr;
     if (set == nullptr) return search_error(search);
     SearchEntry *result = search_key(search, set, key.p, position);
@@ -114,11 +117,12 @@ static SearchEntry *evaluate_all(Search *search, char *text, SearchEntry *set)
     SearchEntry *const given = set;
     char *position = text;
     for (;;) {
-        const HostPtr<char> key(search_getkey(&position));
-        if (key.p == nullptr) return set;
+        const HostPtr<char> key(search_getkey(search, &position));
+        if (key.p == nullptr && !search_failed(search)) return set;
         if (set == nullptr) set = search_full_set(search);
         if (set == nullptr) return search_error(search);
-        if (evaluate_key(search, set, key.p, &position) != nullptr && !search_failed(search))
+        if (key.p != nullptr && evaluate_key(search, set, key.p, &position) != nullptr &&
+            !search_failed(search))
             continue;
         if (given == nullptr) host_release(set);
         return search_error(search);

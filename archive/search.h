@@ -58,7 +58,9 @@ template <class Keep> SearchEntry *filter_set(SearchEntry *set, Keep keep)
    end.  All answer the set, or null after an error. -- */
 SearchEntry *search_main(Search *search, char *text, SearchEntry *set);
 SearchEntry *search_key(Search *search, SearchEntry *set, char *key, char **position);
-[[nodiscard]] char *search_getkey(char **position); /* a new text of host memory, or null */
+
+/* The next key, a new text of host memory; null for an empty one, and without memory (an error). */
+[[nodiscard]] char *search_getkey(Search *search, char **position);
 
 /* -- keys -- */
 SearchEntry *search_flag(Search *search, SearchEntry *set, const char *key);

@@ -6,6 +6,8 @@
 
 #include "log/log.h"
 #include "mlist/daily_log.h"
+#include "mlist/mlist.h"
+#include "tests/support/fake_host.h"
 #include "tests/support/fault_os.h"
 #include "tests/support/temp_list.h"
 #include "tests/unit/log/syslog_capture.h"
@@ -57,6 +59,26 @@ TEST_F(DailyLogTroubles, ADirectoryWithTooLongANameIsNoDirectory)
 {
     EXPECT_EQ(-1, logopen(0, std::string(5000, 'd').c_str(), 1, 0, 0));
     EXPECT_EQ(Lines{"3 setdir()"}, take_syslog());
+}
+
+TEST_F(DailyLogTroubles, MissingMemoryIsAnErrorOfTheOpen)
+{
+    FakeHost host;
+    tcbcreate(&host.request);
+    const long before = host.live_blocks;
+    host.fail_allocation = 0;
+    errno = 0;
+    EXPECT_EQ(-1, logopen(0, dir.path().c_str(), 1, 0, 0));
+    const Lines lines = take_syslog();
+    ASSERT_EQ(4u, lines.size());
+    EXPECT_TRUE(lines[2].starts_with("3 ERROR meThrMemAlloc ")) << lines[2];
+    EXPECT_TRUE(lines[3].starts_with("3  maillist log open() ")) << lines[3];
+    host.fail_allocation = -1;
+    EXPECT_EQ(0, logopen(0, dir.path().c_str(), 1, 0, 0));
+    logprint(1, "line");
+    EXPECT_EQ(before, host.live_blocks) << "names are released";
+    tcbfree();
+    EXPECT_TRUE(read_file(dir / "20261115.log").ends_with("line\r\n"));
 }
 
 TEST_F(DailyLogTroubles, ANewDayWithoutAFileIsTold)

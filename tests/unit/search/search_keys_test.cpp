@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "mlist/token.h"
+#include "tests/support/fake_host.h"
 #include "tests/support/log_capture.h"
 #include "tests/unit/search/archive.h"
 
@@ -260,4 +261,34 @@ TEST(SearchRange, NeverWalksNumbersThatAreNotThere)
     handle->index[0].uid = 4294967295u; /* a UIDNEXT that allows any UID */
     EXPECT_EQ("* SEARCH 1\r\n", box.search("UID 1:4294967294"));
     EXPECT_EQ("* SEARCH 1\r\n", box.search("UID 1:*"));
+}
+
+/* A search without memory finds what it should, less, or answers an error: never more. */
+TEST(SearchMemory, AnyAllocationMayFail)
+{
+    FakeHost host;
+    tcbcreate(&host.request);
+    {
+        SearchArchive box;
+        box.add("Subject: =?EUC-JP?B?pKI=?=\r\n\r\nfirst\r\n", MESSAGE_SEEN);
+        box.add("Subject: b\r\nContent-Type: text/plain; charset=shift_jis\r\n"
+                "Content-Transfer-Encoding: base64\r\n\r\ng0WDQoOT\r\n");
+        box.open();
+        const long before = host.live_blocks;
+        int errors = 0, found = 0;
+        for (long n = 0; n < 200; ++n) {
+            host.fail_allocation = n;
+            const std::string answer = box.search(
+                "1:2 UID 1:* SUBJECT \xa4\xa2 (OR SEEN TEXT \xa5\xa6) BODY first", "euc-jp");
+            EXPECT_TRUE(answer == "ERROR" || answer.empty() || answer == "* SEARCH 1\r\n")
+                << n << answer;
+            EXPECT_EQ(before, host.live_blocks) << n;
+            errors += answer == "ERROR";
+            found += !answer.empty() && answer != "ERROR";
+        }
+        host.fail_allocation = -1;
+        EXPECT_LT(10, errors);
+        EXPECT_LT(10, found) << "allocations end before the numbers do";
+    }
+    tcbfree();
 }
