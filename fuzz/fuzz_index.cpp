@@ -13,7 +13,7 @@
 #include <map>
 #include <string>
 
-#include "fuzz/fuzz_archive.h"
+#include "fuzz/small_archive.h"
 #include "mlist/mlist.h"
 
 static const std::string message = "Subject: a\r\n\r\ntext\r\n";

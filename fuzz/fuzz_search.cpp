@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "fuzz/fuzz_archive.h"
+#include "fuzz/small_archive.h"
 #include "mlist/mlist.h"
 
 static const char *const messages[] = {

@@ -1,4 +1,4 @@
-#include "fuzz/fuzz_archive.h"
+#include "fuzz/small_archive.h"
 
 #include <stdlib.h>
 #include <unistd.h>

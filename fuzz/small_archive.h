@@ -1,7 +1,7 @@
 /* A small mailbox of this process's own for a fuzzer, in memory where the machine has a place for
    that; it is removed when the process ends. */
-#ifndef FUZZ_FUZZ_ARCHIVE_H
-#define FUZZ_FUZZ_ARCHIVE_H
+#ifndef FUZZ_SMALL_ARCHIVE_H
+#define FUZZ_SMALL_ARCHIVE_H
 
 #include <stdint.h>
 
