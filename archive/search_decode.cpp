@@ -20,7 +20,7 @@ bool search_b64_dec(const char *data, size_t size, GrowingText *out)
     size_t used = 0;
     if (!out->reserve(size / 4 * 3 + 3)) return false;
     for (size_t i = 0; i < size && data[i] != '='; ++i) {
-        const int value = b64_dec_t[static_cast<unsigned char>(data[i])];
+        const int8_t value = b64_dec_t[static_cast<unsigned char>(data[i])];
         if (value < 0) {
             /* Once a text: a body of nothing else must not fill the log. */
             if (!is_space(data[i]) && !reported)
@@ -43,8 +43,8 @@ bool search_q_dec(const char *data, size_t size, GrowingText *out)
     for (size_t i = 0; i < size; ++i) {
         char c = data[i] == '_' ? ' ' : data[i];
         if (c == '=' && i + 2 < size) {
-            const int high = base128[static_cast<unsigned char>(data[i + 1])];
-            const int low = base128[static_cast<unsigned char>(data[i + 2])];
+            const int8_t high = base128[static_cast<unsigned char>(data[i + 1])];
+            const int8_t low = base128[static_cast<unsigned char>(data[i + 2])];
             if (high >= 0 && low >= 0) {
                 c = static_cast<char>(high << 4 | low);
                 i += 2;

@@ -86,9 +86,9 @@ class ParsedMessage
         const uint32_t count = record_count(search_->handle->index);
         const uint32_t limit = count < SEARCH_MAX_TREES ? count : SEARCH_MAX_TREES;
         if (search_->trees == nullptr) {
-            search_->trees = static_cast<PartNode **>(host_allocate(limit * sizeof(PartNode *)));
+            search_->trees = static_cast<PartNode **>(host_allocate(limit * sizeof(void *)));
             if (search_->trees == nullptr) return false;
-            memset(static_cast<void *>(search_->trees), 0, limit * sizeof(PartNode *));
+            memset(static_cast<void *>(search_->trees), 0, limit * sizeof(void *));
             search_->tree_count = limit;
         }
         if (static_cast<uint32_t>(sequence_) >= search_->tree_count) return false;

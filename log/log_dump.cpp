@@ -42,10 +42,13 @@ static size_t format_dump_line(char *line, const unsigned char *bytes, int offse
 {
     snprintf_(line, DUMP_LINE_SIZE, "%04x: ", static_cast<unsigned>(offset));
     char *out = put_digits(line + strlen(line), bytes, count);
-    memcpy(out, " | ", 3);
-    out = put_characters(out + 3, bytes, count);
-    memcpy(out, "\r\n", 2);
-    return static_cast<size_t>(out + 2 - line);
+    *out++ = ' ';
+    *out++ = '|';
+    *out++ = ' ';
+    out = put_characters(out, bytes, count);
+    *out++ = '\r';
+    *out++ = '\n';
+    return static_cast<size_t>(out - line);
 }
 
 int dump(const void *data, int length)
