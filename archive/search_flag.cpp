@@ -56,10 +56,26 @@ template <class Take> static char *walk_set(char *text, uint32_t maximum, Take t
     return *reader.next == ' ' ? text + (reader.next - text) + 1 : nullptr;
 }
 
-static void mark(SearchEntry *marks, uint32_t low, uint32_t high)
+/* Marks are differences while a set is read: +1 where a range begins, -1 (modulo 2^32) behind its
+   end.  So a range costs two writes however wide it is, and a set of many wide ranges no more than
+   its own length and one pass. */
+static void mark(SearchEntry *marks, uint32_t begin, uint32_t end)
 {
-    for (uint32_t s = low; s <= high && s < entry_count(marks); ++s)
-        marks[s].matched = 1;
+    if (begin >= end || begin >= entry_count(marks)) return;
+    ++marks[begin].matched;
+    if (end < entry_count(marks)) --marks[end].matched;
+}
+
+static SearchEntry *sum_marks(SearchEntry *marks)
+{
+    uint32_t open_ranges = 0, hits = 0;
+    for (uint32_t s = 1; s < entry_count(marks); ++s) {
+        open_ranges += marks[s].matched;
+        marks[s].matched = open_ranges != 0 ? 1 : 0;
+        hits += marks[s].matched;
+    }
+    marks[0].matched = hits;
+    return marks;
 }
 
 /* An empty set, to be marked. */
@@ -74,13 +90,15 @@ SearchEntry *search_msgset(Search *search, SearchEntry *set, char *text)
 {
     SearchEntry *marks = empty_set(search);
     if (marks == nullptr) return nullptr;
-    (void)walk_set(text, entry_count(set) - 1,
-                   [marks](uint32_t low, uint32_t high) { mark(marks, low, high); });
-    return search_and(set, marks);
+    const uint32_t count = entry_count(set);
+    (void)walk_set(text, count - 1, [=](uint32_t low, uint32_t high) {
+        mark(marks, low, high < count ? high + 1 : count);
+    });
+    return search_and(set, sum_marks(marks));
 }
 
 /* The first message whose UID is not below uid. */
-static uint32_t first_at_or_above(const SearchEntry *set, uint32_t uid)
+static uint32_t first_at_or_above(const SearchEntry *set, uint64_t uid)
 {
     uint32_t low = 1, high = entry_count(set);
     while (low < high) {
@@ -98,12 +116,11 @@ SearchEntry *search_uid(Search *search, SearchEntry *set, char *text, char **res
     SearchEntry *marks = empty_set(search);
     if (marks == nullptr) return nullptr;
     *rest_out =
-        walk_set(text, uid_next(search->handle->index) - 1, [marks](uint32_t low, uint32_t high) {
-            for (uint32_t s = first_at_or_above(marks, low);
-                 s < entry_count(marks) && marks[s].uid <= high; ++s)
-                marks[s].matched = 1;
+        walk_set(text, uid_next(search->handle->index) - 1, [=](uint32_t low, uint32_t high) {
+            mark(marks, first_at_or_above(marks, low),
+                 first_at_or_above(marks, uint64_t{high} + 1));
         });
-    return search_and(set, marks);
+    return search_and(set, sum_marks(marks));
 }
 
 /* -- sizes -- */

@@ -244,6 +244,17 @@ TEST_F(SearchKeys, GroupsNestToALimit)
     }
 }
 
+TEST_F(SearchKeys, RangesMayOverlapRepeatAndTouch)
+{
+    EXPECT_EQ("* SEARCH 1 2 3\r\n", found("1:2,2:3"));
+    EXPECT_EQ("* SEARCH 2 4\r\n", found("2,2,2,4,4"));
+    EXPECT_EQ("* SEARCH 1 2 4\r\n", found("UID 1:2,4:4,1:1"));
+    std::string many = "1:*";
+    for (int i = 0; i < 100000; ++i)
+        many += ",1:*";
+    EXPECT_EQ("* SEARCH 1 2 3 4\r\n", found(many));
+}
+
 TEST(SearchEmpty, AnEmptyMailboxFindsNothingWithoutError)
 {
     SearchArchive box;
