@@ -144,17 +144,17 @@ static char *keep_text(const char *)
     return eof_text; /* all that is kept when a submission leaves no text */
 }
 
-void DeliveryList::post()
+void DeliveryList::deliver(const std::string &file, bool as_command)
 {
     static FILE *const nowhere = fopen("/dev/null", "we");
     mlist_set_output(nowhere);
-    char program[] = "mlist", name[] = "mylist";
-    char *slots[] = {program, name, nullptr};
+    char program[] = "mlist", name[] = "mylist", marker[] = "/c";
+    char *slots[] = {program, name, marker, nullptr};
     char reply[MLIST_REPLY_TEXT_SIZE] = "", result[MLIST_RESULT_TEXT_SIZE] = "";
     DeliveryRequest request = {};
     request.submit = discard;
-    request.message_file = message_.c_str();
-    request.argument_count = 1;
+    request.message_file = file.c_str();
+    request.argument_count = as_command ? 2 : 1;
     request.argument_vector = slots;
     request.domain = "example.jp";
     request.reply_text = reply;
@@ -163,6 +163,32 @@ void DeliveryList::post()
     request.release = free;
     request.keep_text = keep_text;
     if (ModuleMain(&request) == MLIST_EXIT_ACCEPTED) return;
-    fprintf(stderr, "a posting was not accepted: %s\n", reply);
+    fprintf(stderr, "a mail was not accepted: %s\n", reply);
     exit(1);
+}
+
+void DeliveryList::post()
+{
+    deliver(message_, false);
+}
+
+void DeliveryList::command(const std::string &lines)
+{
+    const std::string file = directory_ + "/command";
+    write_whole(file, "From: alice@example.net\r\nMessage-ID: <c1@example.net>\r\n\r\n" + lines);
+    deliver(file, true);
+}
+
+void DeliveryList::make_large(uint32_t uid, size_t bytes)
+{
+    const std::string name = box("#msg/" + std::to_string(uid));
+    fs::remove(name);
+    /* In pieces: the benchmark measures what the process grows by. */
+    std::ofstream file(name, std::ios::binary);
+    file << mail();
+    const std::string line = std::string(70, 'x') + "\r\n";
+    for (size_t size = 0; size < bytes; size += line.size())
+        file << line;
+    file.close();
+    if (!file) give_up(name);
 }

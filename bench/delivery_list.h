@@ -37,9 +37,16 @@ class DeliveryList
 
     void post(); /* a mail of 4,096 bytes; aborts when it is not accepted */
 
+    /* A command mail of alice's with these lines, CR LF ended; aborts likewise. */
+    void command(const std::string &lines);
+
+    /* Puts a message of so many bytes into the archive's place of an existing one. */
+    void make_large(uint32_t uid, size_t bytes);
+
   private:
     std::string control(const std::string &name) const;
     std::string box(const std::string &name) const;
+    void deliver(const std::string &file, bool as_command);
     std::string directory_, message_;
 };
 
