@@ -27,8 +27,8 @@ static int set_mtime_kernel(const char *path, time_t mtime)
 
 static time_t now_kernel()
 {
-    /* Not time(), which may lag behind the time stamps of files: a submission that is due the second
-       it was made would have to wait. */
+    /* Not time(), which may lag behind the time stamps of files: a submission that is due the
+       second it was made would have to wait. */
     struct timespec now;
     clock_gettime(CLOCK_REALTIME, &now);
     return now.tv_sec;
