@@ -91,8 +91,8 @@ FieldFilter field_filter(const char *section, const char **list_out)
 
 /* -- filter -- */
 
-/* "Name: ", cut where it does not fit. */
-#define PATTERN_SIZE 64
+/* "Name: " with its NUL, cut where it does not fit. */
+#define PATTERN_SIZE 63
 
 namespace
 {

@@ -72,10 +72,11 @@ TEST(FetchHeaderFields, DropsFieldsByNameInTheirCaseOnly)
 
 TEST(FetchHeaderFields, ComparesLongNamesAsFarAsTheyFit)
 {
-    const std::string name(61, 'n'), longer(70, 'l');
-    Reader reader(name + ": 1\r\n" + longer + ": 2\r\n" + std::string(63, 'l') + "x\r\n\r\n");
-    EXPECT_EQ("{68}\r\n" + name + ": 1\r\n\r\n", reader.section("HEADER.FIELDS (" + name + ")]"));
-    EXPECT_EQ("{143}\r\n" + longer + ": 2\r\n" + std::string(63, 'l') + "x\r\n\r\n",
+    const std::string name(60, 'n'), longer(70, 'l');
+    Reader reader(name + ": 1\r\n" + longer + ": 2\r\n" + std::string(62, 'l') + "x\r\n" +
+                  std::string(61, 'l') + "x\r\n\r\n");
+    EXPECT_EQ("{67}\r\n" + name + ": 1\r\n\r\n", reader.section("HEADER.FIELDS (" + name + ")]"));
+    EXPECT_EQ("{142}\r\n" + longer + ": 2\r\n" + std::string(62, 'l') + "x\r\n\r\n",
               reader.section("HEADER.FIELDS (" + longer + "yyy)]"));
 }
 
@@ -83,7 +84,7 @@ TEST(FetchHeaderFields, ComparesLongNamesAsFarAsTheyFit)
 
 static bool begins(const std::string &line, const std::string &name, bool ignore_case)
 {
-    const std::string pattern = (name + ": ").substr(0, 63);
+    const std::string pattern = (name + ": ").substr(0, 62);
     if (line.size() < pattern.size()) return false;
     return std::equal(pattern.begin(), pattern.end(), line.begin(), [&](char a, char b) {
         return ignore_case ? tolower(a) == tolower(b) : a == b;
