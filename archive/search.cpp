@@ -156,6 +156,21 @@ static void release_trees(Search *search)
     host_release(search->trees);
 }
 
+/* Whether more than one key may read messages; counts a key's word in a quoted string too, which
+   costs nothing but memory. */
+static bool has_several_text_keys(const char *text)
+{
+    static const char *const words[] = {"TEXT", "BODY", "HEADER", "SUBJECT",
+                                        "FROM", "TO",   "CC",     "BCC"};
+    int keys = 0;
+    for (; *text != '\0'; text += strcspn(text, " (")) {
+        text += strspn(text, " (");
+        for (const char *word : words)
+            if (begins_nocase(text, word) && text[strlen(word)] == ' ') ++keys;
+    }
+    return keys > 1;
+}
+
 int mlmbx_search(MailboxHandle *handle, const char *text, const char *charset, int uid)
 {
     if (handle == nullptr || handle->index == nullptr || text == nullptr) return 0;
@@ -163,7 +178,7 @@ int mlmbx_search(MailboxHandle *handle, const char *text, const char *charset, i
     list_mbx_freecache(handle); /* it may hold a message that has another number by now */
     handle->mode &= ~static_cast<uint32_t>(MAILBOX_SEARCH_ERROR);
     const HostPtr<char> copy(host_copy_text(text)); /* the tokenizers write into it */
-    Search search = {handle, charset, nullptr, 0, 0};
+    Search search = {handle, charset, nullptr, 0, has_several_text_keys(text), 0};
     SearchEntry *set =
         copy.p != nullptr ? search_main(&search, copy.p, nullptr) : search_error(&search);
     const bool failed = search_failed(&search);

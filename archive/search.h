@@ -9,8 +9,8 @@
 #include "mlist/fetch.h"
 #include "mlist/search.h"
 
-#define SEARCH_MAX_DEPTH 64    /* of groups; what nests deeper is a syntax error */
-#define SEARCH_MAX_TREES 10000 /* parsed messages kept for further text keys */
+#define SEARCH_MAX_DEPTH 64      /* of groups; what nests deeper is a syntax error */
+#define SEARCH_MAX_TREES 1000000 /* parsed messages kept for further text keys */
 
 /* The messages that are still in: entry 0 has the number of entries and of hits, entry s the UID
    of message s and whether it matches. */
@@ -25,6 +25,7 @@ struct Search {
     const char *charset;
     PartNode **trees; /* by sequence number: messages parsed for an earlier key; may be null */
     uint32_t tree_count;
+    bool keep_trees; /* a further text key may want them */
     int depth;
 };
 

@@ -83,6 +83,7 @@ class ParsedMessage
 
     bool keep_tree()
     {
+        if (!search_->keep_trees) return false;
         const uint32_t count = record_count(search_->handle->index);
         const uint32_t limit = count < SEARCH_MAX_TREES ? count : SEARCH_MAX_TREES;
         if (search_->trees == nullptr) {

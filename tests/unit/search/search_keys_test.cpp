@@ -255,6 +255,20 @@ TEST_F(SearchKeys, RangesMayOverlapRepeatAndTouch)
     EXPECT_EQ("* SEARCH 1 2 3 4\r\n", found(many));
 }
 
+TEST(SearchParsing, ReadsTheStructureOfAMessageOnceForAllKeys)
+{
+    SearchArchive box;
+    box.add(mail("Subject: Parts\r\nContent-Type: multipart/mixed; boundary=\"b\"\r\n",
+                 "--b\r\nContent-Type: multipart/mixed\r\n\r\nno boundary\r\n"
+                 "--b\r\n\r\nalpha beta\r\n--b--\r\n"));
+    (void)take_log();
+    EXPECT_EQ("* SEARCH 1\r\n", box.search("TEXT alpha BODY beta SUBJECT Parts"));
+    size_t parsed = 0;
+    for (const LogLine &line : take_log())
+        parsed += line.msgno == 630; /* logged by every parse of this message */
+    EXPECT_EQ(1u, parsed);
+}
+
 TEST(SearchEmpty, AnEmptyMailboxFindsNothingWithoutError)
 {
     SearchArchive box;
