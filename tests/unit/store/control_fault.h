@@ -4,6 +4,7 @@
 
 #include <errno.h>
 #include <gtest/gtest.h>
+#include <string.h>
 
 #include <functional>
 #include <memory>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "mlist/mlist.h"
+#include "store/file.h"
 #include "tests/support/fault_os.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_list.h"
@@ -189,6 +191,15 @@ inline void survive_full_disk(const std::vector<std::string> &names,
         expect_old_or_new(found, before, after, writes);
     }
     (void)take_log();
+}
+
+/* The line of the address as get_member() hands it out, "" for a stranger. */
+inline std::string found_line(TempList &list, const std::string &address)
+{
+    char line[LINE_SIZE];
+    memset(line, 'x', sizeof(line));
+    EXPECT_EQ(0, get_member(list.job(), address.c_str(), line));
+    return line;
 }
 
 #endif
