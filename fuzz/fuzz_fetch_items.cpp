@@ -28,8 +28,8 @@ static void put_file(const std::string &path, const std::string &text)
 
 static const char *const messages[] = {
     "Subject: plain\r\nTo: a@b\r\n\r\nhello\r\n",
-    "Subject: m\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\nX: 1\r\n\r\none\r\n"
-    "--b\r\nContent-Type: message/rfc822\r\n\r\nY: 2\r\n\r\ntwo\r\n--b--\r\n",
+    ("Subject: m\r\nContent-Type: multipart/mixed; boundary=b\r\n\r\n--b\r\nX: 1\r\n\r\none\r\n"
+     "--b\r\nContent-Type: message/rfc822\r\n\r\nY: 2\r\n\r\ntwo\r\n--b--\r\n"),
     "Content-Type: multipart/mixed\r\n\r\nno boundary",
 };
 

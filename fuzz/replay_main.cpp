@@ -1,12 +1,17 @@
-/* A main for fuzzers built without libFuzzer.  Files and directories named on the command line are
-   run one after the other; without any, made-up texts are.  Of libFuzzer's options it knows
-   -runs=N, -seed=N and -dict=FILE and ignores the others, so that both kinds of program are started
-   alike. */
+/* A main for fuzzers built without libFuzzer, started alike: files named on the command line are
+   run and nothing else; directories are corpora, of which every file is run, before -runs=N texts
+   are made up from them and from the words of -dict=FILE, the same ones for the same -seed=N. Other
+   options of libFuzzer are ignored.  The input that ends the program is kept, in the file that
+   -artifact_prefix=PREFIX begins the name of. */
+#include <fcntl.h>
+#include <signal.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -18,29 +23,83 @@ namespace fs = std::filesystem;
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
+/* -- the input that ends the program -- */
+
+static const uint8_t *current_data;
+static size_t current_size;
+static std::string kept_input = "crash-input";
+
+static void keep_input()
+{
+    if (current_data == nullptr) return;
+    const int fd = open(kept_input.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (fd < 0 || write(fd, current_data, current_size) != static_cast<ssize_t>(current_size))
+        return;
+    static const char told[] = "the input is kept in ";
+    (void)!write(STDERR_FILENO, told, strlen(told));
+    (void)!write(STDERR_FILENO, kept_input.data(), kept_input.size());
+    (void)!write(STDERR_FILENO, "\n", 1);
+    close(fd);
+}
+
+static void die(int signal)
+{
+    keep_input();
+    ::signal(signal, SIG_DFL);
+    raise(signal);
+}
+
+extern "C" void __sanitizer_set_death_callback(void (*callback)()) __attribute__((weak));
+
+static void keep_input_of_death()
+{
+    if (__sanitizer_set_death_callback != nullptr) __sanitizer_set_death_callback(keep_input);
+    for (const int deadly : {SIGABRT, SIGILL, SIGTRAP})
+        signal(deadly, die);
+}
+
 static void run_bytes(const std::string &bytes)
 {
     /* an allocation of exactly this size, so that a byte read too many is noticed */
     const std::vector<uint8_t> data(bytes.begin(), bytes.end());
+    current_data = data.data();
+    current_size = data.size();
     LLVMFuzzerTestOneInput(data.data(), data.size());
+    current_data = nullptr;
 }
 
-static void run_file(const fs::path &path)
+/* -- files -- */
+
+static std::string contents_of(const fs::path &path)
 {
     std::ifstream in(path, std::ios::binary);
     if (!in) {
         fprintf(stderr, "cannot read %s\n", path.c_str());
         exit(1);
     }
-    printf("Running: %s\n", path.c_str());
-    run_bytes(std::string(std::istreambuf_iterator<char>(in), {}));
+    return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-static void run_path(const fs::path &path)
+static std::vector<std::string> samples; /* of the corpora */
+
+static void run_file(const fs::path &path)
 {
-    if (!fs::is_directory(path)) return run_file(path);
-    for (const auto &entry : fs::directory_iterator(path))
-        if (entry.is_regular_file()) run_file(entry.path());
+    printf("Running: %s\n", path.c_str());
+    fflush(stdout);
+    run_bytes(contents_of(path));
+}
+
+/* In an order that does not depend on the file system. */
+static void run_corpus(const fs::path &directory)
+{
+    std::vector<fs::path> files;
+    for (const auto &entry : fs::directory_iterator(directory))
+        if (entry.is_regular_file()) files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
+    for (const fs::path &file : files) {
+        run_file(file);
+        samples.push_back(contents_of(file));
+    }
 }
 
 /* -- made-up texts -- */
@@ -107,15 +166,40 @@ static std::string made_up_piece(std::mt19937 *random)
     }
 }
 
+/* A text of pieces; the first bytes often choose what is tried. */
+static std::string made_up_text(std::mt19937 *random)
+{
+    std::string text = {static_cast<char>((*random)()), static_cast<char>((*random)())};
+    for (unsigned pieces = (*random)() % 60; pieces > 0; --pieces)
+        text += made_up_piece(random);
+    return text;
+}
+
+/* A sample with a few places changed: pieces put in, put over what was there, or cut out. */
+static std::string changed_sample(std::mt19937 *random)
+{
+    std::string text = samples[(*random)() % samples.size()];
+    for (unsigned changes = 1 + (*random)() % 6; changes > 0; --changes) {
+        const size_t at = (*random)() % (text.size() + 1);
+        const size_t gone = (*random)() % 3 == 0 ? 0 : (*random)() % 12;
+        text.replace(at, gone, (*random)() % 4 == 0 ? "" : made_up_piece(random));
+    }
+    return text;
+}
+
 static void run_made_up(unsigned long runs, unsigned seed)
 {
     std::mt19937 random(seed);
-    for (; runs > 0; --runs) {
-        std::string text = {static_cast<char>(random()), static_cast<char>(random())};
-        for (unsigned pieces = random() % 60; pieces > 0; --pieces)
-            text += made_up_piece(&random);
-        run_bytes(text);
-    }
+    for (; runs > 0; --runs)
+        run_bytes(samples.empty() || random() % 2 == 0 ? made_up_text(&random)
+                                                       : changed_sample(&random));
+}
+
+/* Whether the argument is this option; its value then. */
+static const char *value_of(const char *argument, const char *option)
+{
+    const size_t length = strlen(option);
+    return strncmp(argument, option, length) == 0 ? argument + length : nullptr;
 }
 
 int main(int argc, char **argv)
@@ -124,17 +208,24 @@ int main(int argc, char **argv)
     unsigned seed = 1;
     std::vector<fs::path> paths;
     for (int i = 1; i < argc; ++i) {
-        if (strncmp(argv[i], "-runs=", 6) == 0)
-            runs = strtoul(argv[i] + 6, nullptr, 10);
-        else if (strncmp(argv[i], "-seed=", 6) == 0)
-            seed = static_cast<unsigned>(strtoul(argv[i] + 6, nullptr, 10));
-        else if (strncmp(argv[i], "-dict=", 6) == 0)
-            dictionary = read_dictionary(argv[i] + 6);
+        if (const char *number = value_of(argv[i], "-runs="))
+            runs = strtoul(number, nullptr, 10);
+        else if (const char *start = value_of(argv[i], "-seed="))
+            seed = static_cast<unsigned>(strtoul(start, nullptr, 10));
+        else if (const char *words = value_of(argv[i], "-dict="))
+            dictionary = read_dictionary(words);
+        else if (const char *prefix = value_of(argv[i], "-artifact_prefix="))
+            kept_input = std::string(prefix) + "crash-input";
         else if (argv[i][0] != '-')
             paths.push_back(argv[i]);
     }
-    for (const fs::path &path : paths)
-        run_path(path);
-    if (paths.empty()) run_made_up(runs, seed);
+    keep_input_of_death();
+    bool files_only = !paths.empty();
+    for (const fs::path &path : paths) {
+        const bool corpus = fs::is_directory(path);
+        corpus ? run_corpus(path) : run_file(path);
+        files_only = files_only && !corpus;
+    }
+    if (!files_only) run_made_up(runs, seed);
     return 0;
 }
