@@ -28,6 +28,9 @@ MEMBERS = ("alice@example.net", "bob@example.jp")
 # Sanitizer builds on a busy machine take their time; nothing waits this long when all is well.
 PATIENCE = 60
 
+# Of a build with a sanitizer, whose own memory is not the daemon's.
+SANITIZED = bool(os.environ.get("MLIST_SANITIZED"))
+
 SANITIZER_REPORT = re.compile(
     rb"ERROR: AddressSanitizer|runtime error:|WARNING: ThreadSanitizer|ERROR: LeakSanitizer")
 
@@ -71,6 +74,17 @@ def wait_for(what, condition, seconds=PATIENCE):
 def skip(reason):
     print(f"skipped: {reason}")
     sys.exit(SKIPPED)
+
+
+def memory(pid, field="VmRSS"):
+    """Kilobytes of a process: "VmRSS" those in memory now, "VmHWM" the most so far."""
+    status = pathlib.Path(f"/proc/{pid}/status").read_text()
+    return int(re.search(rf"^{field}:\s+(\d+) kB", status, re.MULTILINE).group(1))
+
+
+def forget_peak(pid):
+    """VmHWM starts again from what is in memory now."""
+    pathlib.Path(f"/proc/{pid}/clear_refs").write_text("5")
 
 
 # -- messages ------------------------------------------------------------------------------------
@@ -207,13 +221,17 @@ class Daemon:
     # -- running
 
     def start(self, prefix=()):
+        self.launch(prefix)
+        wait_for("mlistd to answer", self.answers)
+        return self
+
+    def launch(self, prefix=()):
+        """Without waiting until it serves."""
         with open(self.log, "ab") as log:
             self.process = subprocess.Popen(
                 [*prefix, BUILD / "bin/mlistd", "--config", self.config],
                 stdin=subprocess.DEVNULL, stdout=log, stderr=log,
                 env=self.environment)
-        wait_for("mlistd to answer", self.answers)
-        return self
 
     def answers(self):
         if self.process.poll() is not None:
