@@ -5,29 +5,41 @@
 #include <stdint.h>
 
 #include "archive/growing.h"
+#include "archive/message_bytes.h"
 #include "archive/mime.h"
+#include "module/guards.h"
 
 /* -- the message parsed last (mbx_fetch_cache.cpp) -- */
 struct MessageCache {
-    int32_t sequence; /* its number in the handle's view */
-    int32_t fd;       /* the message file */
-    PartNode *parts;
+    int sequence; /* its number in the handle's view */
+    FdGuard file;
+    MessageBytes bytes;
+    PartNode *parts; /* null (logged): it cannot be parsed */
+
+    MessageCache(int at, int fd, const IndexRecord &record);
+    ~MessageCache() { list_freemime(parts); }
+    MessageCache(const MessageCache &) = delete;
+    MessageCache &operator=(const MessageCache &) = delete;
 };
+
+/* What FETCH holds of a message at most. */
+#define FETCH_HELD_SIZE 16384
 
 /* The file of a message for a scope: the cache's, or opened and closed here. */
 class MessageFile
 {
   public:
     MessageFile(const MailboxHandle *handle, int sequence);
-    ~MessageFile();
     MessageFile(const MessageFile &) = delete;
     MessageFile &operator=(const MessageFile &) = delete;
-    bool is_open() const { return fd_ >= 0; }
-    int fd() const { return fd_; }
+    bool is_open() const { return bytes_->fd() >= 0; }
+    int fd() const { return bytes_->fd(); }
+    MessageBytes *bytes() { return bytes_; }
 
   private:
-    int fd_;
-    bool own_;
+    FdGuard own_file_;
+    MessageBytes own_bytes_;
+    MessageBytes *bytes_;
 };
 
 /* The message's record in the handle's view; for a number that has none, that of a vanished one. */
@@ -35,6 +47,30 @@ const IndexRecord *message_record(const MailboxHandle *handle, int sequence);
 
 /* Opens a message file for reading: a descriptor, or -1 with errno. */
 [[nodiscard]] int open_message(const MailboxHandle *handle, int sequence);
+
+/* The directory of the message files, open for one operation: a name in it is found without walking
+   the whole path again. */
+class MessageDirectory
+{
+  public:
+    explicit MessageDirectory(const char *path) : path_(path), directory_(-1) {}
+
+    /* As open_message(). */
+    [[nodiscard]] int open_message(uint32_t uid);
+
+  private:
+    void open();
+
+    const char *path_; /* of the mailbox */
+    FdGuard directory_;
+    bool tried_ = false;
+};
+
+/* The parts of a message of the index; null (logged). */
+[[nodiscard]] PartNode *parse_message(MessageBytes *bytes, const IndexRecord &record);
+
+/* Tells that a message file could not be opened; errno says why. */
+void log_not_opened();
 
 /* Bytes of the text, as the index has it. */
 inline uint32_t text_size(const IndexRecord *record)
@@ -64,11 +100,11 @@ void begin_operation(MailboxHandle *handle);
 void print_section_item(MailboxHandle *handle, int sequence, const char *section);
 
 /* -- bulk text (mbx_fetch_stream.cpp) -- */
-#define WHOLE_FILE UINT64_MAX
+#define WHOLE_FILE UINT64_MAX /* as a length */
 
 /* Sends what the file has of the range, in reads of 8,188 bytes; of each only what comes before its
-   first NUL. */
-void send_range(int fd, uint64_t start, uint64_t length);
+   first NUL.  end: where the file ends by the index. */
+void send_range(int fd, uint64_t start, uint64_t length, uint64_t end);
 
 /* Sends what the file has of the range, up to the first NUL. */
 void send_text(int fd, uint64_t start, uint64_t length);

@@ -48,6 +48,10 @@ uint32_t count_recent(IndexRecord *index);
 /* -- names (mbx_name.cpp): into MBX_NAME_SIZE bytes; 0, or -1 with ENAMETOOLONG -- */
 
 [[nodiscard]] int index_name(char *out, const char *path);
+/* The name of a message's file in "#msg", as long as the UID is. */
+#define UID_TEXT_SIZE 11
+void uid_text(char *out, uint32_t uid);
+
 [[nodiscard]] int message_name(char *out, const char *path, uint32_t uid);
 [[nodiscard]] int join_name(char *out, const char *directory, const char *name);
 [[nodiscard]] int side_name(char *out, const char *name, const char *ending);

@@ -1,6 +1,7 @@
 /* Message files, and the message that FETCH parsed last. */
 #include <errno.h>
 #include <fcntl.h>
+#include <new>
 
 #include "archive/fetch.h"
 #include "archive/mbx.h"
@@ -19,51 +20,81 @@ const IndexRecord *message_record(const MailboxHandle *handle, int sequence)
     return record < record_count(handle->index) ? &handle->index[record] : &none;
 }
 
-int open_message(const MailboxHandle *handle, int sequence)
+/* A name that is a pipe must not stop us. */
+#define MESSAGE_FLAGS (O_RDONLY | O_NONBLOCK)
+
+static int open_by_path(const char *path, uint32_t uid)
 {
     char name[MBX_NAME_SIZE];
+    return message_name(name, path, uid) == 0 ? open_file(name, MESSAGE_FLAGS, 0) : -1;
+}
+
+int open_message(const MailboxHandle *handle, int sequence)
+{
     const uint32_t uid = message_record(handle, sequence)->uid;
+    if (uid != 0) return open_by_path(handle->path, uid);
+    errno = ENOENT;
+    return -1;
+}
+
+/* Without a descriptor for it, paths serve as well. */
+void MessageDirectory::open()
+{
+    char name[MBX_NAME_SIZE];
+    if (join_name(name, path_, "#msg") == 0)
+        directory_.fd = open_file(name, O_PATH | O_DIRECTORY, 0);
+    tried_ = true;
+}
+
+int MessageDirectory::open_message(uint32_t uid)
+{
     if (uid == 0) {
         errno = ENOENT;
         return -1;
     }
-    if (message_name(name, handle->path, uid) < 0) return -1;
-    return open_file(name, O_RDONLY | O_NONBLOCK, 0); /* a name that is a pipe must not stop us */
+    if (!tried_) open();
+    if (directory_.fd < 0) return open_by_path(path_, uid);
+    char name[UID_TEXT_SIZE];
+    uid_text(name, uid);
+    return open_file_in(directory_.fd, name, MESSAGE_FLAGS);
 }
 
 MessageFile::MessageFile(const MailboxHandle *handle, int sequence)
-    : own_(handle == nullptr || handle->cache == nullptr)
+    : own_file_(handle == nullptr || handle->cache == nullptr ? open_message(handle, sequence)
+                                                              : -1),
+      own_bytes_(own_file_.fd, *message_record(handle, sequence), FETCH_HELD_SIZE),
+      bytes_(own_file_.fd >= 0 || handle == nullptr || handle->cache == nullptr
+                 ? &own_bytes_
+                 : &handle->cache->bytes)
 {
-    fd_ = own_ ? open_message(handle, sequence) : handle->cache->fd;
 }
 
-MessageFile::~MessageFile()
+/* -- parsing -- */
+
+PartNode *parse_message(MessageBytes *bytes, const IndexRecord &record)
 {
-    if (own_) FdGuard close_file(fd_);
+    PartNode *parts = getmime(bytes, 0, record.header_size, text_size(&record));
+    if (parts == nullptr) trace_sys(&g_logh, 3, 627, "mbx_getcache: getmime err");
+    return parts;
+}
+
+void log_not_opened()
+{
+    trace_sys(&g_logh, 3, 626, "mbx_getcache: fopen err %m");
 }
 
 /* -- cache -- */
 
-static PartNode *parse_message(int fd, const IndexRecord *record)
+MessageCache::MessageCache(int at, int fd, const IndexRecord &record)
+    : sequence(at), file(fd), bytes(fd, record, FETCH_HELD_SIZE),
+      parts(parse_message(&bytes, record))
 {
-    return list_getmime(fd, 0, record->header_size, text_size(record));
 }
 
-/* False (logged) when one of the steps fails. */
-static bool fill_cache(MessageCache *cache, const MailboxHandle *handle, int sequence)
+static void release_cache(MessageCache *cache)
 {
-    FdGuard file(open_message(handle, sequence));
-    if (file.fd < 0) {
-        trace_sys(&g_logh, 3, 626, "mbx_getcache: fopen err %m");
-        return false;
-    }
-    PartNode *parts = parse_message(file.fd, message_record(handle, sequence));
-    if (parts == nullptr) {
-        trace_sys(&g_logh, 3, 627, "mbx_getcache: getmime err");
-        return false;
-    }
-    *cache = {sequence, file.take(), parts};
-    return true;
+    cache->~MessageCache();
+    host_release(cache);
 }
 
 /* KEPT: a cache that is there serves, whichever message was asked for.
@@ -72,21 +103,29 @@ int list_mbx_getcache(MailboxHandle *handle, int sequence)
 {
     if (handle == nullptr) return 0;
     if (handle->cache != nullptr) return 1;
-    HostPtr<MessageCache> cache(sizeof(MessageCache));
-    if (cache.p == nullptr) {
+    HostPtr<void> memory(sizeof(MessageCache));
+    if (memory.p == nullptr) {
         trace_sys(&g_logh, 3, 625, "mbx_getcache: ThrMemAlloc err");
         return 0;
     }
-    if (!fill_cache(cache.p, handle, sequence)) return 0;
-    handle->cache = cache.take();
-    return 1;
+    const int fd = open_message(handle, sequence);
+    if (fd < 0) {
+        log_not_opened();
+        return 0;
+    }
+    MessageCache *cache =
+        new (memory.take()) MessageCache(sequence, fd, *message_record(handle, sequence));
+    if (cache->parts != nullptr)
+        handle->cache = cache;
+    else
+        release_cache(cache);
+    return handle->cache != nullptr ? 1 : 0;
 }
 
 void list_mbx_freecache(MailboxHandle *handle)
 {
     if (handle == nullptr || handle->cache == nullptr) return;
-    HostPtr<MessageCache> cache(handle->cache);
+    MessageCache *cache = handle->cache;
     handle->cache = nullptr;
-    FdGuard close_file(cache.p->fd);
-    list_freemime(cache.p->parts);
+    release_cache(cache);
 }

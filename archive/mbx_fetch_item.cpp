@@ -66,7 +66,7 @@ static void print_literal(MailboxHandle *handle, int sequence, const char *name,
         const MessageFile file(handle, sequence);
         if (file.is_open()) {
             out_printf("%s {%u}\r\n", name, announced);
-            return send_range(file.fd(), start, length);
+            return send_range(file.fd(), start, length, message_record(handle, sequence)->size);
         }
     }
     out_printf("%s \"\"", name);
@@ -105,7 +105,7 @@ void print_envelope(MailboxHandle *handle, int sequence)
     if (!vanished && is_at_hand(handle, sequence)) {
         const PartNode *root = handle->cache->parts;
         put_text("ENVELOPE ");
-        (void)list_getenvelope(handle->cache->fd, root->start, root->header_length);
+        (void)getenvelope(&handle->cache->bytes, root->start, root->header_length);
         return;
     }
     if (!vanished) trace_sys(&g_logh, 3, 624, "mbx_fetch envelope: mbx_getcache fail");
@@ -118,7 +118,7 @@ void print_body(MailboxHandle *handle, int sequence)
     const bool vanished = is_vanished(message_record(handle, sequence));
     if (!vanished && is_at_hand(handle, sequence)) {
         put_text("BODY ");
-        return list_getbody(handle->cache->fd, handle->cache->parts, 0);
+        return getbody(&handle->cache->bytes, handle->cache->parts, 0);
     }
     if (!vanished) trace_sys(&g_logh, 3, 620, "mbx_fetch_body: mbx_getcache err");
     put_text("BODY (\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 0 0)");
@@ -130,7 +130,7 @@ void print_bodystructure(MailboxHandle *handle, int sequence)
     const bool vanished = is_vanished(message_record(handle, sequence));
     if (!vanished && is_at_hand(handle, sequence)) {
         put_text("BODYSTRUCTURE ");
-        return list_getbody(handle->cache->fd, handle->cache->parts, 1);
+        return getbody(&handle->cache->bytes, handle->cache->parts, 1);
     }
     if (!vanished) trace_sys(&g_logh, 3, 621, "mbx_fetch_body: mbx_getcache err");
     put_text("BODYSTRUCTURE (\"TEXT\" \"PLAIN\" NIL NIL NIL \"7BIT\" 0 0 NIL NIL NIL)");

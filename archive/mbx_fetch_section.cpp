@@ -98,9 +98,9 @@ static void print_whole(const SectionItem &item)
     if (!file.is_open() || item.start > size) return put_text(" \"\"");
     out_printf(" {%u}\r\n", item.partial ? item.count : size);
     if (item.partial)
-        send_range(file.fd(), item.start, wanted(item, size));
+        send_range(file.fd(), item.start, wanted(item, size), size);
     else
-        send_range(file.fd(), 0, WHOLE_FILE);
+        send_range(file.fd(), 0, WHOLE_FILE, size);
 }
 
 /* -- BODY[1.2] -- */
@@ -112,11 +112,11 @@ static void print_part(const SectionItem &item)
     print_name(item);
     put_text(" ");
     if (!parsed) return put_text("\"\"");
-    const MessageCache *cache = item.handle->cache;
+    MessageCache *cache = item.handle->cache;
     if (item.partial)
-        list_getsection_range(cache->fd, cache->parts, item.text, item.start, item.count);
+        getsection_range(&cache->bytes, cache->parts, item.text, item.start, item.count);
     else
-        list_getsection(cache->fd, cache->parts, item.text);
+        getsection(&cache->bytes, cache->parts, item.text);
 }
 
 /* -- BODY[HEADER...] -- */
@@ -124,8 +124,8 @@ static void print_part(const SectionItem &item)
 /* The message's header, or null with errno. */
 static char *load_header(const SectionItem &item)
 {
-    const MessageFile file(item.handle, item.sequence);
-    return file.is_open() ? read_header(file.fd(), 0, item.record->header_size) : nullptr;
+    MessageFile file(item.handle, item.sequence);
+    return file.is_open() ? file.bytes()->text(0, item.record->header_size) : nullptr;
 }
 
 static void print_fields(const SectionItem &item)
@@ -160,7 +160,7 @@ static void print_text(const SectionItem &item)
     if (!file.is_open()) return put_text("BODY[TEXT] \"\"");
     if (!item.partial) {
         out_printf("BODY[TEXT] {%u}\r\n", length);
-        return send_range(file.fd(), item.record->header_size, WHOLE_FILE);
+        return send_range(file.fd(), item.record->header_size, WHOLE_FILE, item.record->size);
     }
     if (item.start > length) {
         print_name(item);

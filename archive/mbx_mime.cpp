@@ -51,7 +51,7 @@ struct Boundary {
 class MimeParser
 {
   public:
-    explicit MimeParser(int fd) : fd_(fd) {}
+    explicit MimeParser(MessageBytes *bytes) : bytes_(bytes) {}
 
     PartNode *parse_root(uint32_t start, uint32_t header_length, uint32_t body_length);
     PartNode *parse_message(uint32_t start, uint32_t length);
@@ -64,7 +64,7 @@ class MimeParser
     PartNode *parse_enclosed(const FoundPart &where, int depth);
     bool may_take(const FoundPart &found);
 
-    int fd_;
+    MessageBytes *bytes_;
     MimeLines lines_;
     uint32_t parts_ = 0;
 };
@@ -114,9 +114,9 @@ static int keep_field(PartNode *part, char *field)
 }
 
 /* 0, or -1 (logged). */
-static int read_fields(int fd, PartNode *part)
+static int read_fields(MessageBytes *bytes, PartNode *part)
 {
-    HostPtr<char> header(read_header(fd, part->start, part->header_length));
+    HostPtr<char> header(bytes->text(part->start, part->header_length));
     if (header.p == nullptr) {
         trace_sys(&g_logh, 3, 629, "getmime: disk2memory fail");
         return -1;
@@ -154,7 +154,7 @@ static bool find_boundary(const char *content_type, Boundary *boundary_out)
 PartNode *MimeParser::parse_header(uint32_t start, uint32_t header_length, uint32_t body_length)
 {
     PartHolder holder{new_part(start, header_length, body_length)};
-    if (holder.part == nullptr || read_fields(fd_, holder.part) < 0) return nullptr;
+    if (holder.part == nullptr || read_fields(bytes_, holder.part) < 0) return nullptr;
     return holder.take();
 }
 
@@ -246,7 +246,7 @@ PartNode *MimeParser::parse_root(uint32_t start, uint32_t header_length, uint32_
     const uint64_t body = static_cast<uint64_t>(start) + header_length;
     FoundPart where = {
         {start, 0}, {at_most_32_bits(body), 0}, {at_most_32_bits(body + body_length), 0}};
-    if (!lines_.load(fd_, where.body.offset, where.end.offset)) {
+    if (!lines_.load(bytes_, where.body.offset, where.end.offset)) {
         log_no_memory();
         return nullptr;
     }
@@ -261,7 +261,7 @@ PartNode *MimeParser::parse_message(uint32_t start, uint32_t length)
 {
     FoundPart where = {{start, 0}, {start, 0}, {}};
     where.end.offset = at_most_32_bits(static_cast<uint64_t>(start) + length);
-    if (!lines_.load(fd_, start, where.end.offset)) {
+    if (!lines_.load(bytes_, start, where.end.offset)) {
         log_no_memory();
         return nullptr;
     }
@@ -269,23 +269,31 @@ PartNode *MimeParser::parse_message(uint32_t start, uint32_t length)
     return parse_enclosed(where, -1); /* the message itself is at depth 0 */
 }
 
+PartNode *getmime(MessageBytes *bytes, uint32_t start, uint32_t header_length, uint32_t body_length)
+{
+    return MimeParser(bytes).parse_root(start, header_length, body_length);
+}
+
 PartNode *list_getmime(int fd, uint32_t start, uint32_t header_length, uint32_t body_length)
 {
-    return MimeParser(fd).parse_root(start, header_length, body_length);
+    MessageBytes bytes(fd);
+    return getmime(&bytes, start, header_length, body_length);
 }
 
 PartNode *list_getrfc822(int fd, uint32_t start, uint32_t length)
 {
-    return MimeParser(fd).parse_message(start, length);
+    MessageBytes bytes(fd);
+    return MimeParser(&bytes).parse_message(start, length);
 }
 
 uint32_t list_get1mime(int fd, uint32_t position, const char *boundary, uint32_t *header_length_out,
                        uint32_t *body_length_out)
 {
+    MessageBytes bytes(fd);
     MimeLines lines;
     FoundPart found;
     *header_length_out = *body_length_out = 0;
-    if (!lines.load(fd, position, position)) return 0;
+    if (!lines.load(&bytes, position, position)) return 0;
     if (!lines.find_part(position, boundary, strlen(boundary), &found)) return 0;
     *header_length_out = found.body.offset - found.start.offset;
     *body_length_out = found.end.offset - found.body.offset;

@@ -64,14 +64,15 @@ static void print_common_fields(const PartNode *part, const ContentType &type)
     print_value(part->transfer_encoding, "\"7BIT\" ");
 }
 
-static void print_line_count(int fd, const PartNode *part)
+static void print_line_count(MessageBytes *bytes, const PartNode *part)
 {
     if (part->line_count_text != nullptr) return put_text(part->line_count_text);
     const uint64_t body = static_cast<uint64_t>(part->start) + part->header_length;
     uint32_t lines = part->lines;
     if (part->lines_known == 0)
-        lines =
-            body > UINT32_MAX ? 0 : getlines(fd, static_cast<uint32_t>(body), part->body_length);
+        lines = body > UINT32_MAX
+                    ? 0
+                    : count_lines(bytes, static_cast<uint32_t>(body), part->body_length);
     out_printf("%u", lines);
 }
 
@@ -85,11 +86,12 @@ static void print_end(const PartNode *part, int extensions)
     put_text(")");
 }
 
-static void print_multipart(int fd, const PartNode *part, const ContentType &type, int extensions)
+static void print_multipart(MessageBytes *bytes, const PartNode *part, const ContentType &type,
+                            int extensions)
 {
     put_text("(");
     for (uint32_t i = 0; i < part->child_count; ++i)
-        list_getbody(fd, part->children[i], extensions);
+        getbody(bytes, part->children[i], extensions);
     put_text(" ");
     if (type.subtype.start != nullptr)
         print_string(type.subtype.start, type.subtype.length);
@@ -104,17 +106,19 @@ static void print_multipart(int fd, const PartNode *part, const ContentType &typ
     put_text(")");
 }
 
-static void print_text(int fd, const PartNode *part, const ContentType &type, int extensions)
+static void print_text(MessageBytes *bytes, const PartNode *part, const ContentType &type,
+                       int extensions)
 {
     put_text("(\"TEXT\" ");
     print_word(type.subtype);
     print_common_fields(part, type);
     out_printf("%u ", part->body_length);
-    print_line_count(fd, part);
+    print_line_count(bytes, part);
     print_end(part, extensions);
 }
 
-static void print_message(int fd, const PartNode *part, const ContentType &type, int extensions)
+static void print_message(MessageBytes *bytes, const PartNode *part, const ContentType &type,
+                          int extensions)
 {
     const PartNode *enclosed = part->enclosed;
     if (enclosed == nullptr) {
@@ -124,11 +128,11 @@ static void print_message(int fd, const PartNode *part, const ContentType &type,
     put_text("(\"MESSAGE\" \"RFC822\" ");
     print_common_fields(part, type);
     out_printf("%u ", part->body_length);
-    (void)list_getenvelope(fd, enclosed->start, enclosed->header_length); /* printed either way */
+    (void)getenvelope(bytes, enclosed->start, enclosed->header_length); /* printed either way */
     put_text(" ");
-    list_getbody(fd, enclosed, extensions);
+    getbody(bytes, enclosed, extensions);
     put_text(" ");
-    print_line_count(fd, part);
+    print_line_count(bytes, part);
     print_end(part, extensions);
 }
 
@@ -142,7 +146,7 @@ static void print_basic(const PartNode *part, const ContentType &type, int exten
     print_end(part, extensions);
 }
 
-void list_getbody(int fd, const PartNode *part, int extensions)
+void getbody(MessageBytes *bytes, const PartNode *part, int extensions)
 {
     if (part == nullptr) {
         trace_sys(&g_logh, 1, 631, "getbody: mime parse err, mp=NULL");
@@ -151,9 +155,15 @@ void list_getbody(int fd, const PartNode *part, int extensions)
     const ContentType type = split_content_type(part->content_type);
     /* KEPT: it is the parts that make a multipart, not its type.
        Test: BodyStructure.DescribesAMultipartWithoutPartsAsABasicType */
-    if (part->child_count > 0) return print_multipart(fd, part, type, extensions);
-    if (is_word(type.type, "TEXT")) return print_text(fd, part, type, extensions);
+    if (part->child_count > 0) return print_multipart(bytes, part, type, extensions);
+    if (is_word(type.type, "TEXT")) return print_text(bytes, part, type, extensions);
     if (is_word(type.type, "MESSAGE") && is_word(type.subtype, "RFC822"))
-        return print_message(fd, part, type, extensions);
+        return print_message(bytes, part, type, extensions);
     print_basic(part, type, extensions);
+}
+
+void list_getbody(int fd, const PartNode *part, int extensions)
+{
+    MessageBytes bytes(fd);
+    getbody(&bytes, part, extensions);
 }

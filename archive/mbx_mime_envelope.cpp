@@ -123,10 +123,10 @@ static void print_envelope(const Envelope &envelope)
         put_text("NIL)");
 }
 
-int list_getenvelope(int fd, uint32_t start, uint32_t header_length)
+int getenvelope(MessageBytes *bytes, uint32_t start, uint32_t header_length)
 {
     KeepErrno keep;
-    HostPtr<char> header(read_header(fd, start, header_length));
+    HostPtr<char> header(bytes->text(start, header_length));
     Envelope envelope;
     if (header.p == nullptr || !take_fields(&envelope, header.p)) {
         put_text("NIL");
@@ -134,4 +134,10 @@ int list_getenvelope(int fd, uint32_t start, uint32_t header_length)
     }
     print_envelope(envelope);
     return 1;
+}
+
+int list_getenvelope(int fd, uint32_t start, uint32_t header_length)
+{
+    MessageBytes bytes(fd);
+    return getenvelope(&bytes, start, header_length);
 }

@@ -4,7 +4,6 @@
 
 #include "archive/mime.h"
 #include "module/guards.h"
-#include "module/host_functions.h"
 #include "module/os.h"
 
 /* -- fields -- */
@@ -63,31 +62,6 @@ char *list_get1header(char *header)
     return next_field(&header_walk);
 }
 
-/* -- ranges of the message file -- */
-
-/* Bytes of the range that the file has, or -1 with errno. */
-static int64_t clamp_range(int fd, uint64_t start, uint64_t length)
-{
-    struct stat status;
-    if (os->fstat(fd, &status) < 0) return -1;
-    const uint64_t size = static_cast<uint64_t>(status.st_size);
-    if (start >= size) return 0;
-    return static_cast<int64_t>(length < size - start ? length : size - start);
-}
-
-uint64_t bytes_there(int fd, uint64_t start, uint64_t length)
-{
-    const int64_t there = clamp_range(fd, start, length);
-    return there > 0 ? static_cast<uint64_t>(there) : 0;
-}
-
-char *read_header(int fd, uint64_t start, uint64_t length)
-{
-    const int64_t there = clamp_range(fd, start, length);
-    if (there < 0) return nullptr;
-    return read_to_memory(fd, static_cast<off_t>(start), static_cast<size_t>(there));
-}
-
 /* -- lines -- */
 
 #define COUNT_SIZE 16384
@@ -105,28 +79,49 @@ static uint32_t count_feeds(const char *data, size_t size)
     return count;
 }
 
-/* Whether the file ends within the first length bytes from start, end not included. */
-static bool ends_the_file(int fd, uint64_t start, uint64_t length)
+/* Feeds of a range that is read piece by piece, and how it ends; less where reading fails. */
+static uint32_t count_feeds_in_file(int fd, uint32_t start, uint32_t length, uint64_t *done_out,
+                                    char *last_out)
 {
-    return bytes_there(fd, start, length + 1) == length;
-}
-
-uint32_t getlines(int fd, uint32_t start, uint32_t length)
-{
-    KeepErrno keep;
     char block[COUNT_SIZE];
     uint32_t count = 0;
     uint64_t done = 0;
-    char last = '\n';
     while (done < length) {
         const uint64_t left = length - done;
         const ssize_t got = pread_some(fd, block, left < sizeof(block) ? left : sizeof(block),
                                        static_cast<off_t>(start + done));
         if (got <= 0) break;
         count += count_feeds(block, static_cast<size_t>(got));
-        last = block[got - 1];
+        *last_out = block[got - 1];
         done += static_cast<uint64_t>(got);
     }
-    if (last != '\n' && ends_the_file(fd, start, done)) ++count;
+    *done_out = done;
     return count;
+}
+
+/* The file's last line needs no line feed. */
+static uint32_t count_lines_held(const char *data, size_t size, uint64_t start, uint64_t length)
+{
+    if (start >= size) return 0;
+    const size_t take = length < size - start ? static_cast<size_t>(length) : size - start;
+    const bool unended = take == size - start && take > 0 && data[size - 1] != '\n';
+    return count_feeds(data + start, take) + unended;
+}
+
+uint32_t count_lines(MessageBytes *bytes, uint32_t start, uint32_t length)
+{
+    KeepErrno keep;
+    size_t size = 0;
+    const char *whole = bytes->whole(&size);
+    if (whole != nullptr) return count_lines_held(whole, size, start, length);
+    char last = '\n';
+    uint64_t done = 0;
+    const uint32_t feeds = count_feeds_in_file(bytes->fd(), start, length, &done, &last);
+    return feeds + (last != '\n' && bytes->there(start, done + 1) == done);
+}
+
+uint32_t getlines(int fd, uint32_t start, uint32_t length)
+{
+    MessageBytes bytes(fd);
+    return count_lines(&bytes, start, length);
 }

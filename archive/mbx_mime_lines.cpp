@@ -22,7 +22,13 @@ namespace
 class LineSource
 {
   public:
-    LineSource(int fd, uint32_t from, char *block) : fd_(fd), block_(block), offset_(from) {}
+    LineSource() = default;
+    ~LineSource() { host_release(own_); }
+    LineSource(const LineSource &) = delete;
+    LineSource &operator=(const LineSource &) = delete;
+
+    /* The message's lines from offset from on.  False without memory. */
+    [[nodiscard]] bool start(MessageBytes *bytes, uint32_t from);
 
     /* The next line's length and bytes; 0 at the end, -1 on failure. */
     ssize_t next(const char **line_out);
@@ -33,20 +39,35 @@ class LineSource
   private:
     bool refill();
 
-    int fd_;
-    char *block_;
-    uint64_t offset_; /* of the block in the file */
+    int fd_ = -1;
+    char *own_ = nullptr;         /* a block to read into, unless the message is held */
+    const char *block_ = nullptr; /* where the lines are */
+    uint64_t offset_ = 0;         /* of the block in the file */
     size_t begin_ = 0, filled_ = 0;
     bool at_end_ = false;
 };
 
+bool LineSource::start(MessageBytes *bytes, uint32_t from)
+{
+    block_ = bytes->whole(&filled_);
+    if (block_ != nullptr) {
+        begin_ = from < filled_ ? from : filled_;
+        at_end_ = true;
+        return true;
+    }
+    fd_ = bytes->fd();
+    offset_ = from;
+    block_ = own_ = static_cast<char *>(host_allocate(BLOCK_SIZE));
+    return own_ != nullptr;
+}
+
 bool LineSource::refill()
 {
-    memmove(block_, block_ + begin_, filled_ - begin_);
+    memmove(own_, own_ + begin_, filled_ - begin_);
     offset_ += begin_;
     filled_ -= begin_;
     begin_ = 0;
-    const ssize_t got = pread_some(fd_, block_ + filled_, BLOCK_SIZE - filled_,
+    const ssize_t got = pread_some(fd_, own_ + filled_, BLOCK_SIZE - filled_,
                                    static_cast<off_t>(offset_ + filled_));
     if (got < 0) return false;
     filled_ += static_cast<size_t>(got);
@@ -103,11 +124,10 @@ bool MimeLines::take_line(const char *line, const Mark &seen)
     return text_.append(line, mark.length) && dashes_.add(mark);
 }
 
-bool MimeLines::load(int fd, uint32_t from, uint64_t end)
+bool MimeLines::load(MessageBytes *bytes, uint32_t from, uint64_t end)
 {
-    HostPtr<char> block(BLOCK_SIZE);
-    if (block.p == nullptr) return false;
-    LineSource source(fd, from, block.p);
+    LineSource source;
+    if (!source.start(bytes, from)) return false;
     uint32_t lines = 0;
     uint64_t offset = from;
     bool feed = true;

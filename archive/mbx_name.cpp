@@ -30,10 +30,26 @@ int index_name(char *out, const char *path)
     return build_name(out, "%s/#mix", path);
 }
 
-/* Unsigned: a UID from 2^31 on must not give a name that begins with "-". */
+/* Unsigned: a UID from 2^31 on must not give a name that begins with "-".  By hand: a search makes
+   a name for every message. */
+void uid_text(char *out, uint32_t uid)
+{
+    char digits[UID_TEXT_SIZE];
+    int count = 0;
+    do {
+        digits[count++] = static_cast<char>('0' + uid % 10);
+        uid /= 10;
+    } while (uid != 0);
+    while (count > 0)
+        *out++ = digits[--count];
+    *out = '\0';
+}
+
 int message_name(char *out, const char *path, uint32_t uid)
 {
-    return build_name(out, "%s/#msg/%u", path, uid);
+    char name[UID_TEXT_SIZE];
+    uid_text(name, uid);
+    return build_name(out, "%s/#msg/%s", path, name);
 }
 
 int join_name(char *out, const char *directory, const char *name)

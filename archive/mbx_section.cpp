@@ -164,46 +164,47 @@ static bool announce(uint64_t length, const Slice &slice, uint64_t *length_out)
 }
 
 /* No more than the file has, so that what is announced is there. */
-static void print_range(int fd, const Choice &choice, const Slice &slice)
+static void print_range(MessageBytes *bytes, const Choice &choice, const Slice &slice)
 {
     uint64_t length;
-    if (!announce(bytes_there(fd, choice.start, choice.length), slice, &length)) return;
+    if (!announce(bytes->there(choice.start, choice.length), slice, &length)) return;
     out_flush(); /* the host may write past our sink's buffer */
-    (void)copy_to_sink(fd, static_cast<off_t>(choice.start + slice.start), length);
+    (void)copy_to_sink(bytes->fd(), static_cast<off_t>(choice.start + slice.start), length);
 }
 
 /* The fields that the section lists; false when there is nothing to show. */
-static bool filter_header(int fd, const Choice &choice, GrowingText *out)
+static bool filter_header(MessageBytes *bytes, const Choice &choice, GrowingText *out)
 {
     const char *list = nullptr;
     int count = 0;
     const FieldFilter filter = field_filter(choice.section, &list);
     HostPtr<char *> names(parse_header_list(list, &count));
     if (names.p == nullptr && filter == FieldFilter::KEEP) return false;
-    HostPtr<char> header(read_header(fd, choice.start, choice.length));
+    HostPtr<char> header(bytes->text(choice.start, choice.length));
     return header.p != nullptr &&
            filter_fields(filter, names.p, static_cast<size_t>(count), header.p, out);
 }
 
-static void print_filtered(int fd, const Choice &choice, const Slice &slice)
+static void print_filtered(MessageBytes *bytes, const Choice &choice, const Slice &slice)
 {
     GrowingText text;
     uint64_t length;
-    if (!filter_header(fd, choice, &text)) return print_empty();
+    if (!filter_header(bytes, choice, &text)) return print_empty();
     if (announce(text.count() - 1, slice, &length)) put_bytes(text.items() + slice.start, length);
 }
 
 /* Whether the section is there. */
-static bool print_section(int fd, const PartNode *part, const char *section, const Slice &slice)
+static bool print_section(MessageBytes *bytes, const PartNode *part, const char *section,
+                          const Slice &slice)
 {
     if (part == nullptr) return false;
     const Choice choice = choose(part, section);
     switch (choice.kind) {
     case Choice::RANGE:
-        print_range(fd, choice, slice);
+        print_range(bytes, choice, slice);
         return true;
     case Choice::FIELDS:
-        print_filtered(fd, choice, slice);
+        print_filtered(bytes, choice, slice);
         return true;
     case Choice::EMPTY:
         print_empty();
@@ -216,18 +217,31 @@ static bool print_section(int fd, const PartNode *part, const char *section, con
 
 /* KEPT: a section that there is not has an empty value, a slice of one has none at all.
    Test: Section.AnswersAMissingSectionWithAnEmptyStringAndASliceOfItWithNothing */
-void list_getsection(int fd, const PartNode *part, const char *section)
+void getsection(MessageBytes *bytes, const PartNode *part, const char *section)
 {
     KeepErrno keep;
-    if (print_section(fd, part, section, {false, 0, 0})) return;
+    if (print_section(bytes, part, section, {false, 0, 0})) return;
     trace_sys(&g_logh, 3, 633, "getsection: section err");
     print_empty();
+}
+
+void getsection_range(MessageBytes *bytes, const PartNode *part, const char *section,
+                      uint32_t start, uint32_t count)
+{
+    KeepErrno keep;
+    if (print_section(bytes, part, section, {true, start, count})) return;
+    trace_sys(&g_logh, 3, 634, "getsection_range: section err");
+}
+
+void list_getsection(int fd, const PartNode *part, const char *section)
+{
+    MessageBytes bytes(fd);
+    getsection(&bytes, part, section);
 }
 
 void list_getsection_range(int fd, const PartNode *part, const char *section, uint32_t start,
                            uint32_t count)
 {
-    KeepErrno keep;
-    if (print_section(fd, part, section, {true, start, count})) return;
-    trace_sys(&g_logh, 3, 634, "getsection_range: section err");
+    MessageBytes bytes(fd);
+    getsection_range(&bytes, part, section, start, count);
 }

@@ -5,6 +5,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "archive/message_bytes.h"
 #include "mlist/fetch.h"
 #include "module/ascii.h"
 
@@ -30,12 +31,6 @@ char *next_field(FieldCursor *cursor);
 /* The value of the field when it begins with the prefix, ASCII case aside; else null. */
 char *field_value(char *field, const char *prefix);
 
-/* The bytes of the range that the file has, as a text of host memory; null with errno. */
-[[nodiscard]] char *read_header(int fd, uint64_t start, uint64_t length);
-
-/* Bytes that the file has from start on, at most length. */
-uint64_t bytes_there(int fd, uint64_t start, uint64_t length);
-
 /* -- address walk (mbx_mime_addr.cpp) -- */
 struct AddressCursor {
     char *next = nullptr;
@@ -56,6 +51,17 @@ inline bool is_ascii_alnum(unsigned char c)
 {
     return is_ascii_digit(c) || (ascii_lower(c) >= 'a' && ascii_lower(c) <= 'z');
 }
+
+/* -- the exported operations of the same names, on a message that may be held -- */
+
+PartNode *getmime(MessageBytes *bytes, uint32_t start, uint32_t header_length,
+                  uint32_t body_length);
+int getenvelope(MessageBytes *bytes, uint32_t start, uint32_t header_length);
+void getbody(MessageBytes *bytes, const PartNode *part, int extensions);
+void getsection(MessageBytes *bytes, const PartNode *part, const char *section);
+void getsection_range(MessageBytes *bytes, const PartNode *part, const char *section,
+                      uint32_t start, uint32_t count);
+uint32_t count_lines(MessageBytes *bytes, uint32_t start, uint32_t length); /* getlines() */
 
 /* -- printing (mbx_mime_string.cpp).  errno is kept. -- */
 

@@ -9,6 +9,7 @@
 #include <stdint.h>
 
 #include "archive/growing.h"
+#include "archive/message_bytes.h"
 
 #define MIME_LINE_SIZE 2046
 
@@ -26,9 +27,9 @@ struct FoundPart {
 class MimeLines
 {
   public:
-    /* Reads the file from offset from on.  Lines are counted up to offset end too.  False without
-       memory or when the file cannot be read: errno. */
-    [[nodiscard]] bool load(int fd, uint32_t from, uint64_t end);
+    /* Reads the message from offset from on.  Lines are counted up to offset end too.  False
+       without memory or when the file cannot be read: errno. */
+    [[nodiscard]] bool load(MessageBytes *bytes, uint32_t from, uint64_t end);
 
     /* The first part at or behind offset from. */
     bool find_part(uint32_t from, const char *boundary, size_t length, FoundPart *part_out);

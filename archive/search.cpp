@@ -178,7 +178,13 @@ int mlmbx_search(MailboxHandle *handle, const char *text, const char *charset, i
     list_mbx_freecache(handle); /* it may hold a message that has another number by now */
     handle->mode &= ~static_cast<uint32_t>(MAILBOX_SEARCH_ERROR);
     const HostPtr<char> copy(host_copy_text(text)); /* the tokenizers write into it */
-    Search search = {handle, charset, nullptr, 0, has_several_text_keys(text), 0};
+    Search search = {handle,
+                     charset,
+                     nullptr,
+                     0,
+                     has_several_text_keys(text),
+                     0,
+                     MessageDirectory(handle->path)};
     SearchEntry *set =
         copy.p != nullptr ? search_main(&search, copy.p, nullptr) : search_error(&search);
     const bool failed = search_failed(&search);

@@ -5,6 +5,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "archive/fetch.h"
 #include "archive/growing.h"
 #include "mlist/fetch.h"
 #include "mlist/search.h"
@@ -27,6 +28,7 @@ struct Search {
     uint32_t tree_count;
     bool keep_trees; /* a further text key may want them */
     int depth;
+    MessageDirectory directory;
 };
 
 /* The search-error bit: the criteria are malformed.  Always null. */

@@ -133,6 +133,8 @@ SearchEntry *search_internal_date(Search *search, SearchEntry *set, const char *
 
 /* -- sending -- */
 
+#define HELD_FOR_DATE 16384
+
 int search_get_rfc822date(const MailboxHandle *handle, int sequence, int *day_out, int *month_out,
                           int *year_out)
 {
@@ -141,8 +143,9 @@ int search_get_rfc822date(const MailboxHandle *handle, int sequence, int *day_ou
     /* Read with or without the lock: a message file never changes, and its lock may be a queue's
        that we must not wait for. */
     (void)lock_file(file.fd, LOCK_EX | LOCK_NB);
-    const HostPtr<char> header(
-        read_header(file.fd, 0, message_record(handle, sequence)->header_size));
+    const IndexRecord *record = message_record(handle, sequence);
+    MessageBytes bytes(file.fd, *record, HELD_FOR_DATE);
+    const HostPtr<char> header(bytes.text(0, record->header_size));
     if (header.p == nullptr) return 0;
     FieldCursor fields;
     start_fields(&fields, header.p);

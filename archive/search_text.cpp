@@ -7,7 +7,6 @@
 #include "archive/search.h"
 #include "module/ascii.h"
 #include "module/guards.h"
-#include "module/host_functions.h"
 #include "module/host_mem.h"
 #include "module/unix_sv.h"
 #include "store/str.h"
@@ -36,49 +35,34 @@ static bool contains(const GrowingText &text, const GrowingText &wanted)
 class ParsedMessage
 {
   public:
-    ParsedMessage(Search *search, int sequence) : search_(search), sequence_(sequence)
+    ParsedMessage(Search *search, int sequence, uint32_t most_held)
+        : search_(search), sequence_(sequence), record_(*message_record(search->handle, sequence)),
+          file_(search->directory.open_message(record_.uid)), bytes_(file_.fd, record_, most_held)
     {
-        if (kept_tree() != nullptr)
-            reopen();
-        else
-            parse();
+        if (file_.fd < 0) {
+            log_not_opened();
+            return;
+        }
+        parts_ = kept_tree();
+        if (parts_ != nullptr) return;
+        parts_ = parse_message(&bytes_, record_);
+        own_ = !keep_tree();
     }
     ~ParsedMessage()
     {
-        const FdGuard close_file(fd_);
         if (own_) list_freemime(parts_);
     }
     ParsedMessage(const ParsedMessage &) = delete;
     ParsedMessage &operator=(const ParsedMessage &) = delete;
-    int fd() const { return fd_; }
     const PartNode *parts() const { return parts_; } /* null: it cannot be read */
+    MessageBytes *bytes() { return &bytes_; }
+    uint32_t header_size() const { return record_.header_size; }
 
   private:
     PartNode *kept_tree() const
     {
         const uint32_t at = static_cast<uint32_t>(sequence_);
         return search_->trees != nullptr && at < search_->tree_count ? search_->trees[at] : nullptr;
-    }
-
-    void reopen()
-    {
-        fd_ = open_message(search_->handle, sequence_);
-        if (fd_ >= 0)
-            parts_ = kept_tree();
-        else
-            trace_sys(&g_logh, 3, 626, "mbx_getcache: fopen err %m");
-    }
-
-    void parse()
-    {
-        MailboxHandle *handle = search_->handle;
-        if (!list_mbx_getcache(handle, sequence_)) return;
-        fd_ = handle->cache->fd;
-        parts_ = handle->cache->parts;
-        handle->cache->fd = -1;
-        handle->cache->parts = nullptr;
-        list_mbx_freecache(handle);
-        own_ = !keep_tree();
     }
 
     bool keep_tree()
@@ -99,44 +83,11 @@ class ParsedMessage
 
     Search *search_;
     int sequence_;
-    int fd_ = -1;
+    const IndexRecord &record_;
+    FdGuard file_;
+    MessageBytes bytes_;
     PartNode *parts_ = nullptr;
     bool own_ = false;
-};
-
-#define WHOLE_READ_SIZE (256 * 1024) /* files up to here are read at once */
-
-/* The bytes of a message file, by ranges. */
-class MessageBytes
-{
-  public:
-    explicit MessageBytes(int fd) : fd_(fd), size_(bytes_there(fd, 0, UINT64_MAX)) {}
-    ~MessageBytes() { host_release(block_); }
-    MessageBytes(const MessageBytes &) = delete;
-    MessageBytes &operator=(const MessageBytes &) = delete;
-
-    /* What the file has of a range, until the next call.  Null without memory or on a read
-       error. */
-    const char *range(uint64_t start, uint64_t length, size_t *size_out)
-    {
-        if (start > size_) start = size_;
-        *size_out = static_cast<size_t>(length < size_ - start ? length : size_ - start);
-        if (size_ > WHOLE_READ_SIZE) return read(start, *size_out);
-        const char *whole = block_ != nullptr ? block_ : read(0, static_cast<size_t>(size_));
-        return whole != nullptr ? whole + start : nullptr;
-    }
-
-  private:
-    const char *read(uint64_t start, size_t size)
-    {
-        host_release(block_);
-        block_ = read_to_memory(fd_, static_cast<off_t>(start), size);
-        return block_;
-    }
-
-    int fd_;
-    uint64_t size_;
-    char *block_ = nullptr;
 };
 
 /* -- TEXT and BODY -- */
@@ -227,17 +178,11 @@ static bool part_contains(MessageBytes *bytes, const PartNode *part, const Growi
 /* -- header fields -- */
 
 #define FIELD_PREFIX_SIZE 127
-#define SMALL_HEADER_SIZE (64 * 1024) /* up to here the index is believed without a look */
 
-static char *read_fields(int fd, uint32_t size)
-{
-    return size <= SMALL_HEADER_SIZE ? read_to_memory(fd, 0, size) : read_header(fd, 0, size);
-}
-
-static bool field_contains(int fd, uint32_t header_size, const char *prefix,
+static bool field_contains(MessageBytes *bytes, uint32_t header_size, const char *prefix,
                            const GrowingText &wanted)
 {
-    const HostPtr<char> header(read_fields(fd, header_size));
+    const HostPtr<char> header(bytes->text(0, header_size));
     if (header.p == nullptr) return false;
     FieldCursor fields;
     start_fields(&fields, header.p);
@@ -253,34 +198,37 @@ static bool field_contains(int fd, uint32_t header_size, const char *prefix,
 
 /* -- the keys -- */
 
-/* Keeps the messages for which test(message, sequence) is true. */
+/* What a search holds of a message at most. */
+#define HELD_FOR_BODIES (256 * 1024)
+#define HELD_FOR_HEADERS (16 * 1024)
+
+/* Keeps the messages for which test(message, text) is true. */
 template <class Test>
-static SearchEntry *filter_by_text(Search *search, SearchEntry *set, const char *wanted, Test test)
+static SearchEntry *filter_by_text(Search *search, SearchEntry *set, const char *wanted,
+                                   uint32_t most_held, Test test)
 {
     GrowingText converted;
     if (!convert_of_criterion(search->charset)(wanted, strlen(wanted), &converted))
         return search_error(search);
     return filter_set(set, [&](int s) {
-        const ParsedMessage message(search, s);
-        return message.parts() != nullptr && test(message, s, converted);
+        ParsedMessage message(search, s, most_held);
+        return message.parts() != nullptr && test(&message, converted);
     });
 }
 
 SearchEntry *search_text(Search *search, SearchEntry *set, char *wanted)
 {
-    return filter_by_text(search, set, wanted,
-                          [](const ParsedMessage &message, int, const GrowingText &text) {
-                              MessageBytes bytes(message.fd());
-                              return part_contains(&bytes, message.parts(), text, true);
+    return filter_by_text(search, set, wanted, HELD_FOR_BODIES,
+                          [](ParsedMessage *message, const GrowingText &text) {
+                              return part_contains(message->bytes(), message->parts(), text, true);
                           });
 }
 
 SearchEntry *search_body(Search *search, SearchEntry *set, char *wanted)
 {
-    return filter_by_text(search, set, wanted,
-                          [](const ParsedMessage &message, int, const GrowingText &text) {
-                              MessageBytes bytes(message.fd());
-                              return part_contains(&bytes, message.parts(), text, false);
+    return filter_by_text(search, set, wanted, HELD_FOR_BODIES,
+                          [](ParsedMessage *message, const GrowingText &text) {
+                              return part_contains(message->bytes(), message->parts(), text, false);
                           });
 }
 
@@ -288,9 +236,9 @@ SearchEntry *search_header(Search *search, SearchEntry *set, const char *field, 
 {
     char prefix[FIELD_PREFIX_SIZE];
     snprintf_(prefix, sizeof(prefix), "%s: ", field);
-    return filter_by_text(
-        search, set, wanted, [&](const ParsedMessage &message, int s, const GrowingText &text) {
-            const uint32_t header_size = message_record(search->handle, s)->header_size;
-            return field_contains(message.fd(), header_size, prefix, text);
-        });
+    return filter_by_text(search, set, wanted, HELD_FOR_HEADERS,
+                          [&](ParsedMessage *message, const GrowingText &text) {
+                              return field_contains(message->bytes(), message->header_size(),
+                                                    prefix, text);
+                          });
 }

@@ -64,10 +64,15 @@ static char *host_disk2memory(int fd, off_t offset, size_t length)
     return text.take();
 }
 
+bool host_reads_files()
+{
+    return disk2memory != nullptr;
+}
+
 char *read_to_memory(int fd, off_t offset, size_t length)
 {
-    return disk2memory != nullptr ? host_disk2memory(fd, offset, length)
-                                  : own_disk2memory(fd, offset, length);
+    return host_reads_files() ? host_disk2memory(fd, offset, length)
+                              : own_disk2memory(fd, offset, length);
 }
 
 int copy_to_sink(int fd, off_t offset, size_t length)

@@ -15,8 +15,14 @@ static int kernel_open(const char *path, int flags, mode_t mode)
     return open(path, flags, mode);
 }
 
+static int kernel_openat(int directory, const char *name, int flags)
+{
+    return openat(directory, name, flags);
+}
+
 const OsCalls kernel_calls = {
     .open = kernel_open,
+    .openat = kernel_openat,
     .close = close,
     .read = read,
     .pread = pread,
@@ -53,6 +59,11 @@ template <class Call> static auto unless_interrupted(Call call)
 int open_file(const char *path, int flags, mode_t mode)
 {
     return unless_interrupted([=] { return os->open(path, flags | O_CLOEXEC, mode); });
+}
+
+int open_file_in(int directory, const char *name, int flags)
+{
+    return unless_interrupted([=] { return os->openat(directory, name, flags | O_CLOEXEC); });
 }
 
 int lock_file(int fd, int operation)

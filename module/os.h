@@ -8,6 +8,7 @@
 
 struct OsCalls {
     int (*open)(const char *path, int flags, mode_t mode);
+    int (*openat)(int directory, const char *name, int flags);
     int (*close)(int fd);
     ssize_t (*read)(int fd, void *data, size_t size);
     ssize_t (*pread)(int fd, void *data, size_t size, off_t offset);
@@ -41,6 +42,9 @@ extern const OsCalls kernel_calls;
 
 /* Opens with O_CLOEXEC added, repeating after EINTR. */
 [[nodiscard]] int open_file(const char *path, int flags, mode_t mode);
+
+/* The same for a file that is there, by its name in an open directory. */
+[[nodiscard]] int open_file_in(int directory, const char *name, int flags);
 
 /* flock(2), repeating after EINTR. */
 [[nodiscard]] int lock_file(int fd, int operation);

@@ -76,6 +76,12 @@ OsCalls fault_calls()
         if (fd >= 0) state.opened[fd] = path;
         return fd;
     };
+    calls.openat = [](int directory, const char *name, int flags) {
+        const std::string path = state.opened[directory] + "/" + name;
+        const int fd = may_go_on("open", path.c_str()) ? real().openat(directory, name, flags) : -1;
+        if (fd >= 0) state.opened[fd] = path;
+        return fd;
+    };
     /* A descriptor is closed even when the process "died": the kernel would do it. */
     calls.close = [](int fd) {
         const bool go_on = may_go_on("close", fd);

@@ -155,7 +155,8 @@ TEST(HostileMime, CountsLinesWithinRowsOfEmptyOnes)
     for (uint32_t from = 0; from <= 20; from += 2) {
         MimeLines lines;
         LinePosition behind;
-        ASSERT_TRUE(lines.load(message.fd(), 0, message.size()));
+        MessageBytes bytes(message.fd());
+        ASSERT_TRUE(lines.load(&bytes, 0, message.size()));
         EXPECT_EQ(17u, lines.lines_at_end());
         ASSERT_TRUE(lines.find_blank(from, message.size(), &behind));
         EXPECT_EQ(from < 20 ? from + 2 : 27u, behind.offset) << from;
