@@ -17,7 +17,7 @@ static int kernel_open(const char *path, int flags, mode_t mode)
 
 static int kernel_openat(int directory, const char *name, int flags)
 {
-    return openat(directory, name, flags);
+    return openat(directory, name, flags, 0);
 }
 
 const OsCalls kernel_calls = {
