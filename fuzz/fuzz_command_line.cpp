@@ -1,20 +1,17 @@
 /* Command lines through command_proc(), over a list with an archive.  The first byte chooses who
    sends them and the list's settings. */
-#include <fcntl.h>
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <unistd.h>
 
 #include <string>
 
 #include "commands/cmd.h"
 #include "commands/reply_text.h"
+#include "fuzz/quick_list.h"
 #include "mlist/mlist.h"
-#include "module/os.h"
 #include "store/file.h"
-#include "tests/support/temp_list.h"
 
 static const char roster[] = "alice@example.net ON \r\nbob@example.jp OFF\r\ncarol@x DGT\r\n";
 static const char confirmations[] = "erin@x 9999/00/01:00:00 0123456789ABCDEF\r\n";
@@ -31,21 +28,12 @@ static int submit(const char *file, const char *, const char *const *, const cha
     return 1;
 }
 
-/* Thousands of inputs, some dozen files each: in memory where there is a file system there. */
-static bool choose_directory()
-{
-    return access("/dev/shm", W_OK) == 0 && setenv("TMPDIR", "/dev/shm", 0) == 0;
-}
-
-/* A host, a list and an archive of a few messages for all inputs; nothing is synced. */
+/* A host, a list and an archive of a few messages for all inputs. */
 class Bench
 {
   public:
     Bench()
     {
-        calls_.fsync = [](int) { return 0; };
-        os = &calls_;
-        mlist_set_output(fopen("/dev/null", "w"));
         request_.submit = submit;
         request_.allocate = malloc;
         request_.release = free;
@@ -121,9 +109,8 @@ class Bench
         (void)list_mbx_append(nullptr, batch, nullptr, 0, 0, 0, 0);
     }
 
-    OsCalls calls_ = kernel_calls;
-    const bool in_memory_ = choose_directory(); /* before the list */
-    TempList list_;
+    QuickList quick_;
+    TempList &list_ = quick_.list;
     std::string root_;
     DeliveryRequest request_ = {};
     char reply_text_[MLIST_REPLY_TEXT_SIZE] = "", result_text_[MLIST_RESULT_TEXT_SIZE] = "";

@@ -1,0 +1,63 @@
+#include "fuzz/quick_list.h"
+
+#include <stdlib.h>
+#include <string.h>
+#include <unistd.h>
+
+QuickList::Surroundings::Surroundings() : calls(kernel_calls)
+{
+    if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 0);
+    calls.fsync = [](int) { return 0; };
+    calls.time = [](time_t *) -> time_t { return QUICK_LIST_NOW; };
+    os = &calls;
+    mlist_set_output(fopen("/dev/null", "we"));
+}
+
+/* Before the list, whose directory it chooses. */
+QuickList::Surroundings *QuickList::surroundings()
+{
+    static Surroundings all;
+    return &all;
+}
+
+QuickList::QuickList() : list((surroundings(), "mylist")) {}
+
+ArgumentAndFile argument_and_file(const uint8_t *data, size_t size)
+{
+    const std::string text(reinterpret_cast<const char *>(data), size);
+    const size_t end = text.find('\n');
+    if (end == std::string::npos) return {text.c_str(), ""};
+    return {text.substr(0, end).c_str(), text.substr(end + 1)};
+}
+
+std::vector<std::string> pieces_of(const std::string &contents)
+{
+    reference::LineReader reader(contents);
+    std::vector<std::string> pieces;
+    while (auto piece = reader.next(4096))
+        pieces.push_back(*piece);
+    return pieces;
+}
+
+bool same_nocase(const std::string &left, const std::string &right)
+{
+    if (left.size() != right.size()) return false;
+    for (size_t i = 0; i < left.size(); ++i) {
+        const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? c + 32 : c; };
+        if (lower(left[i]) != lower(right[i])) return false;
+    }
+    return true;
+}
+
+Member member_of(const std::string &piece)
+{
+    const size_t blank = piece.find(' ');
+    if (blank == std::string::npos) return {};
+    static const std::string words[] = {"ON", "OFF", "DGT"};
+    Member member = {true, piece.substr(0, blank), 0};
+    for (int status = 1; status <= 3; ++status) {
+        const std::string &word = words[status - 1];
+        if (same_nocase(piece.substr(blank + 1, word.size()), word)) member.status = status;
+    }
+    return member;
+}
