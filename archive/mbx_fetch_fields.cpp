@@ -137,8 +137,10 @@ void Patterns::drop_longer_ones()
 {
     Pattern *patterns = patterns_.items();
     for (size_t i = 0; i < patterns_.count(); ++i) {
-        const Pattern *last = count_ > 0 ? &patterns[count_ - 1] : nullptr;
-        if (last != nullptr && memcmp(patterns[i].text, last->text, last->length) == 0) continue;
+        if (count_ > 0) {
+            const Pattern &last = patterns[count_ - 1];
+            if (memcmp(patterns[i].text, last.text, last.length) == 0) continue;
+        }
         patterns[count_++] = patterns[i];
     }
 }
