@@ -31,6 +31,7 @@ struct FakeHostOps {
             std::all_of(result, result + MLIST_RESULT_TEXT_SIZE, [](char c) { return c == '\0'; });
         snprintf(result, MLIST_RESULT_TEXT_SIZE, "%s", host.result_to_write.c_str());
         host.submissions.push_back(submission);
+        if (host.accept && host.submitted) host.submitted(submission);
         return host.accept;
     }
 

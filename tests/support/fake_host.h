@@ -2,6 +2,7 @@
 #ifndef TESTS_FAKE_HOST_H
 #define TESTS_FAKE_HOST_H
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -33,11 +34,12 @@ class FakeHost
     DeliveryRequest request;
     std::string reply() const { return reply_text_; }
     std::string result() const { return result_text_; }
-    void set_result(const std::string &text); /* fills the request's result buffer */
-    std::vector<Submission> submissions;      /* in order */
-    int accept = 1;                           /* what submit answers */
-    std::string result_to_write;              /* what submit leaves in its result buffer */
-    long live_blocks = 0;                     /* allocated and not yet released */
+    void set_result(const std::string &text);          /* fills the request's result buffer */
+    std::vector<Submission> submissions;               /* in order */
+    std::function<void(const Submission &)> submitted; /* told of each that is taken, if set */
+    int accept = 1;                                    /* what submit answers */
+    std::string result_to_write;                       /* what submit leaves in its result buffer */
+    long live_blocks = 0;                              /* allocated and not yet released */
     long allocations = 0;
     long fail_allocation = -1; /* the n-th allocation from now (0 the next) fails, -1 none */
 
