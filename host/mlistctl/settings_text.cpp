@@ -34,7 +34,7 @@ static bool is_command_words(std::string_view value, std::string_view words)
 static bool is_time(std::string_view value, std::string_view)
 {
     size_t colon = value.find(':');
-    if (colon == std::string_view::npos || colon > 2 || value.size() - colon - 1 != 2 ||
+    if (colon > 2 /* or nowhere */ || value.size() - colon - 1 != 2 ||
         !is_number(value.substr(0, colon)) || !is_number(value.substr(colon + 1)))
         return false;
     return std::stoi(std::string(value.substr(0, colon))) < 24 &&

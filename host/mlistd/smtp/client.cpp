@@ -313,7 +313,7 @@ Result<void> SmtpTransport::hand_over(Transaction &transaction)
         answer_each(transaction.answers, transaction.accepted, answer_of(*go_ahead));
         return reset();
     }
-    const auto sent = send_message(transaction);
+    auto sent = send_message(transaction);
     /* a server that has had enough says why before it closes */
     const auto reply = session_->connection.read_reply(
         sent ? Clock::now() + settings_.end_timeout : Clock::now(), static_cast<bool>(sent));
