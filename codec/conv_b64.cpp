@@ -2,6 +2,7 @@
 #include <string.h>
 
 #include "codec/conv.h"
+#include "codec/conv_b64.h"
 #include "codec/conv_block.h"
 #include "module/unix_sv.h"
 #include "store/ntio.h"
@@ -88,8 +89,7 @@ static ByteBlock letters_of(ByteBlock values)
            where(above(values, 62), slash - plus);
 }
 
-/* Whole blocks only; answers the bytes taken. */
-static size_t encode_blocks(const unsigned char *in, size_t size, char *out)
+size_t b64_encode_blocks(const unsigned char *in, size_t size, char *out)
 {
     if (!LITTLE_ENDIAN_HOST) return 0;
     size_t done = 0;
@@ -103,7 +103,8 @@ static size_t encode_blocks(const unsigned char *in, size_t size, char *out)
 /* size is a multiple of three. */
 static void encode_groups(const unsigned char *in, size_t size, char **out)
 {
-    size_t done = encode_blocks(in, size, *out);
+    size_t done = b64_encode_wide(in, size, *out);
+    done += b64_encode_blocks(in + done, size - done, *out + done / 3 * 4);
     *out += done / 3 * 4;
     for (; done < size; done += 3)
         base256to64(in[done], in[done + 1], in[done + 2], 0, out);
@@ -135,7 +136,8 @@ int mlist_base64_encode(const char *in, char *out, int size)
 
 /* -- encoding a stream -- */
 
-static constexpr size_t STREAM_BYTES = 3072; /* taken from the input at once, a multiple of three */
+static constexpr size_t STREAM_BYTES =
+    12288; /* taken from the input at once, a multiple of three */
 static constexpr size_t STREAM_TEXT = STREAM_BYTES / 3 * 4;
 
 /* The lines on their way out: text holds what a block makes in the worst case, every group a line
@@ -147,24 +149,6 @@ struct Base64Lines {
     char letters[STREAM_TEXT + 4];
     char text[STREAM_TEXT / 4 * 6 + 8];
 };
-
-/* As many bytes as there are, up to size: one by Getc(), which fills the record's buffer, and the
-   others out of that buffer. */
-static size_t read_block(FileRecord *in, unsigned char *block, size_t size)
-{
-    size_t done = 0;
-    while (done < size) {
-        const int byte = Getc(in);
-        if (byte < 0) break;
-        block[done++] = static_cast<unsigned char>(byte);
-        const size_t buffered = in->count - in->position;
-        const size_t wanted = buffered < size - done ? buffered : size - done;
-        memcpy(block + done, in->buffer + in->position, wanted);
-        in->position += static_cast<uint32_t>(wanted);
-        done += wanted;
-    }
-    return done;
-}
 
 static char *end_line(Base64Lines *lines, char *to)
 {
@@ -214,7 +198,7 @@ int base64_encode_stream(FileRecord *in, FileRecord *out, int line_length)
     lines.line_length = line_length;
     unsigned char block[STREAM_BYTES];
     for (;;) {
-        const size_t size = read_block(in, block, sizeof block);
+        const size_t size = Fread(block, sizeof block, in);
         const bool last = size < sizeof block;
         if (last && (in == nullptr || Ferror(in))) return -1;
         if (write_block(&lines, block, size, last) < 0) return -1;

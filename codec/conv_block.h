@@ -29,7 +29,25 @@ inline void store_block(unsigned char *to, ByteBlock block)
     memcpy(to, &block, sizeof block);
 }
 
-/* Marks are blocks whose bytes are 0xFF (marked) or 0. */
+/* Marks are blocks whose bytes are 0xFF (marked) or 0: whether there is one, and how many bytes
+   stand before the first one when there is. */
+#if defined(__SSE2__)
+inline unsigned bits_of(ByteBlock marks) /* one of each byte, the first the lowest */
+{
+    typedef char CharBlock __attribute__((vector_size(16)));
+    return static_cast<unsigned>(__builtin_ia32_pmovmskb128(reinterpret_cast<CharBlock>(marks)));
+}
+
+inline bool any_mark(ByteBlock marks)
+{
+    return bits_of(marks) != 0;
+}
+
+inline size_t bytes_before_mark(ByteBlock marks)
+{
+    return static_cast<size_t>(std::countr_zero(bits_of(marks)));
+}
+#else
 inline bool any_mark(ByteBlock marks)
 {
     const HalfBlock halves = reinterpret_cast<HalfBlock>(marks);
@@ -43,12 +61,12 @@ inline size_t bytes_before_bit(uint64_t half)
            8;
 }
 
-/* How many bytes stand before the first marked one; there must be one. */
 inline size_t bytes_before_mark(ByteBlock marks)
 {
     const HalfBlock halves = reinterpret_cast<HalfBlock>(marks);
     return halves[0] != 0 ? bytes_before_bit(halves[0]) : 8 + bytes_before_bit(halves[1]);
 }
+#endif
 
 /* Marks the bytes from low to high. */
 inline ByteBlock in_range(ByteBlock block, unsigned char low, unsigned char high)

@@ -93,17 +93,30 @@ static unsigned char shifted_kana(const unsigned char *in, const unsigned char *
 
 static bool convert_kana(EucText *text)
 {
-    const unsigned char kana = shifted_kana(text->in, text->in_end);
+    const unsigned char *in = text->in, *const in_end = text->in_end;
+    unsigned char kana = shifted_kana(in, in_end);
     if (kana == 0) { /* a shift of nothing */
         ++text->in;
         return true;
     }
-    text->in += 2;
-    const WideKana wide = jis_wide_kana(kana, shifted_kana(text->in, text->in_end));
-    if (wide.took_mark) text->in += 2;
-    const unsigned char pair[2] = {static_cast<unsigned char>(wide.code >> 8),
-                                   static_cast<unsigned char>(wide.code)};
-    return set_two_byte(text, true) && put_bytes(text, pair, sizeof pair);
+    if (!set_two_byte(text, true)) return false;
+    unsigned char *out = text->out, *const out_end = out + text->room;
+    while (kana != 0 && out_end - out >= 2) {
+        in += 2;
+        unsigned char next = shifted_kana(in, in_end);
+        const WideKana wide = jis_wide_kana(kana, next);
+        *out++ = static_cast<unsigned char>(wide.code >> 8);
+        *out++ = static_cast<unsigned char>(wide.code);
+        if (wide.took_mark) {
+            in += 2;
+            next = shifted_kana(in, in_end);
+        }
+        kana = next;
+    }
+    text->in = in;
+    text->out = out;
+    text->room = static_cast<size_t>(out_end - out);
+    return kana == 0;
 }
 
 static bool convert_text(EucText *text)

@@ -78,13 +78,20 @@ static void ascii_to_jis(SjisText *text)
         *text->out = *text->in;
 }
 
+/* A run of them.  The terminator stands behind the last byte: the next one can always be looked at.
+ */
 static void kana_to_jis(SjisText *text)
 {
     set_two_byte(text, true);
-    const unsigned char kana = *text->in++;
-    const WideKana wide = jis_wide_kana(kana, text->in < text->in_end ? *text->in : 0);
-    if (wide.took_mark) ++text->in;
-    put_code(&text->out, wide.code);
+    const unsigned char *in = text->in;
+    unsigned char *out = text->out;
+    do {
+        const WideKana wide = jis_wide_kana(in[0], in[1]);
+        put_code(&out, wide.code);
+        in += wide.took_mark ? 2 : 1;
+    } while (is_kana(*in) && out < text->stop);
+    text->in = in;
+    text->out = out;
 }
 
 static unsigned char without_top_bit(int byte)
@@ -196,14 +203,21 @@ static bool copy_ascii(JisText *text)
     return text->left() == 0 || *text->in == ESC;
 }
 
-/* Top bits for the first size bytes of a block. */
-static ByteBlock top_bits(size_t size)
+/* The first size bytes of the block, an even number: never one more, for what follows them is read
+   next, and a processor waits for a store that a read overlaps in part. */
+static void store_front(unsigned char *to, ByteBlock block, size_t size)
 {
-    static const unsigned char bits[2 * BLOCK_SIZE] = {
-        0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
-        0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80,
-    };
-    return load_block(bits + BLOCK_SIZE - size);
+    unsigned char bytes[BLOCK_SIZE];
+    store_block(bytes, block);
+    if (size >= 8) {
+        memcpy(to, bytes, 8);
+        memcpy(to + size - 8, bytes + size - 8, 8);
+    } else if (size >= 4) {
+        memcpy(to, bytes, 4);
+        memcpy(to + size - 4, bytes + size - 4, 4);
+    } else if (size >= 2) {
+        memcpy(to, bytes, 2);
+    }
 }
 
 /* convert_run() that sets the top bits of what it converts. */
@@ -213,10 +227,13 @@ static size_t convert_pair_blocks(unsigned char *in, unsigned char *out, size_t 
         if (size - done < BLOCK_SIZE) return done;
         const ByteBlock block = load_block(in + done);
         const ByteBlock refused = JisPairRule::refused(block);
-        const size_t taken = any_mark(refused) ? bytes_before_mark(refused) / 2 * 2 : BLOCK_SIZE;
         store_block(out + done, JisPairRule::convert(block));
-        store_block(in + done, block | top_bits(taken));
-        if (taken < BLOCK_SIZE) return done + taken;
+        if (any_mark(refused)) {
+            const size_t taken = bytes_before_mark(refused) / 2 * 2;
+            store_front(in + done, block | 0x80, taken);
+            return done + taken;
+        }
+        store_block(in + done, block | 0x80);
     }
 }
 
@@ -265,15 +282,19 @@ static unsigned char kana_of_7bit(unsigned char c)
    ends first, or without room. */
 static bool convert_kana(JisText *text)
 {
-    while (text->left() > 0 && *text->in != ESC) {
-        const unsigned char kana = kana_of_7bit(*text->in++);
-        if (kana == 0 || text->room < 2) return false;
-        const WideKana wide = sjis_wide_kana(kana, text->left() > 0 ? kana_of_7bit(*text->in) : 0);
-        if (wide.took_mark) ++text->in;
-        put_code(&text->out, wide.code);
-        text->room -= 2;
+    unsigned char *in = text->in, *out = text->out, *const out_end = out + text->room;
+    unsigned char kana = kana_of_7bit(*in);
+    while (kana != 0 && out_end - out >= 2) {
+        unsigned char next = kana_of_7bit(*++in);
+        const WideKana wide = sjis_wide_kana(kana, next);
+        put_code(&out, wide.code);
+        if (wide.took_mark) next = kana_of_7bit(*++in);
+        kana = next;
     }
-    return text->left() > 0;
+    text->in = in;
+    text->out = out;
+    text->room = static_cast<size_t>(out_end - out);
+    return kana == 0 && *in == ESC;
 }
 
 /* An escape and the run behind it; false on an unknown one. */

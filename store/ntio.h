@@ -65,6 +65,10 @@ int Fprintf(int fd, const char *format, ...) __attribute__((format(printf, 2, 3)
 
 /* -- our own additions -- */
 
+/* As many bytes as there are, up to size; fewer at the end (errno 0) or on an error, as Getc()
+   would tell them.  What is read past the buffer is not in it afterwards. */
+size_t Fread(void *data, size_t size, FileRecord *record);
+
 /* Gives a record opened for writing a buffer of size bytes: from now on Fputs() and Putc() collect
    and write when the buffer is full, and report a failed write of earlier text as their own (-2 or
    -3; the length printed is the block's, which is given up).  0, or -1 without memory or when

@@ -104,24 +104,60 @@ char *Fgets(char *destination, int size, FileRecord *record)
     }
 }
 
+/* What a read of bytes answered: false at the end of the file and on an error. */
+static bool bytes_came(FileRecord *record, ssize_t got)
+{
+    if (got > 0) return true;
+    if (got == 0) {
+        errno = 0;
+        return false;
+    }
+    trace_sys(&g_logh, 1, 721, "ReadFile error %d", errno);
+    record->state = 1;
+    return false;
+}
+
+static bool has_argument(const FileRecord *record)
+{
+    if (record == nullptr) trace_sys(&g_logh, 1, 720, "illegal argument (Getc)");
+    return record != nullptr;
+}
+
+static bool fill_with_bytes(FileRecord *record)
+{
+    const ssize_t got = fill_buffer(record, FILE_BUFFER_SIZE);
+    record->count = got > 0 ? static_cast<uint32_t>(got) : 0;
+    return bytes_came(record, got);
+}
+
 int Getc(FileRecord *record)
 {
-    if (record == nullptr) {
-        trace_sys(&g_logh, 1, 720, "illegal argument (Getc)");
-        return -1;
-    }
-    if (record->position >= record->count) {
-        const ssize_t got = fill_buffer(record, FILE_BUFFER_SIZE);
-        record->count = got > 0 ? static_cast<uint32_t>(got) : 0;
-        if (got < 0) {
-            trace_sys(&g_logh, 1, 721, "ReadFile error %d", errno);
-            record->state = 1;
-            return -1;
-        }
-        if (got == 0) {
-            errno = 0;
-            return -1;
-        }
-    }
+    if (!has_argument(record)) return -1;
+    if (record->position >= record->count && !fill_with_bytes(record)) return -1;
     return static_cast<unsigned char>(record->buffer[record->position++]);
+}
+
+/* Whole buffers go straight to where they are wanted. */
+size_t Fread(void *data, size_t size, FileRecord *record)
+{
+    char *to = static_cast<char *>(data);
+    if (!has_argument(record)) return 0;
+    for (size_t left = size; left > 0;) {
+        size_t took = 0;
+        if (record->position < record->count) {
+            const size_t buffered = record->count - record->position;
+            took = buffered < left ? buffered : left;
+            memcpy(to, record->buffer + record->position, took);
+            record->position += static_cast<uint32_t>(took);
+        } else if (left < FILE_BUFFER_SIZE) {
+            if (!fill_with_bytes(record)) return size - left;
+        } else {
+            const ssize_t got = read_some(record->fd, to, left);
+            if (!bytes_came(record, got)) return size - left;
+            took = static_cast<size_t>(got);
+        }
+        to += took;
+        left -= took;
+    }
+    return size;
 }

@@ -4,6 +4,7 @@
 #include <random>
 
 #include "codec/conv.h"
+#include "codec/conv_b64.h"
 #include "tests/reference/base64.h"
 #include "tests/support/log_capture.h"
 #include "tests/unit/codec/codec_calls.h"
@@ -89,6 +90,31 @@ TEST(Base64Encode, AgreesWithTheReferenceOnEveryOneAndTwoByteText)
     for_each_pair(
         {{"", ""}, {before, behind}, {before + "x", behind}, {before + "xy", behind}},
         [](const std::string &text) { ASSERT_TRUE(base64_encode_agrees(text, ample_size(text))); });
+}
+
+/* Every byte at every place of a block, every remainder behind the blocks, and not a byte read or
+   written too far; whichever of the forms this processor takes in the end. */
+TEST(Base64Encode, FormsForBlocksAgreeWithTheReference)
+{
+    const struct {
+        const char *label;
+        size_t (*encode)(const unsigned char *in, size_t size, char *out);
+    } forms[] = {{"any processor", b64_encode_blocks}, {"wide", b64_encode_wide}};
+    std::mt19937 random(20261121);
+    for (const auto &form : forms)
+        for (int round = 0; round < 3000; ++round) {
+            std::vector<unsigned char> in(static_cast<size_t>(round) % 120);
+            for (unsigned char &byte : in)
+                byte = static_cast<unsigned char>(round < 256 ? round : random());
+            const std::string expected = reference::base64_of(std::string(in.begin(), in.end()));
+            GuardedOutput out(in.size() / 3 * 4);
+            const size_t took = form.encode(in.data(), in.size(), out.data());
+            ASSERT_EQ(0u, took % 3) << form.label;
+            ASSERT_LE(took, in.size()) << form.label;
+            ASSERT_EQ(expected.substr(0, took / 3 * 4), std::string(out.data(), took / 3 * 4))
+                << form.label;
+            ASSERT_LE(out.touched(), took / 3 * 4) << form.label;
+        }
 }
 
 TEST(Base64Encode, DemandsRoomForOneGroupMore)

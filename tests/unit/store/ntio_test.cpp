@@ -295,6 +295,52 @@ TEST_F(Ntio, AFailedReadOfAByteIsLogged)
     EXPECT_EQ(1, f_close(file));
 }
 
+TEST_F(Ntio, BytesComeInPiecesOfAnySize)
+{
+    std::string contents;
+    for (int i = 0; i < 70000; ++i)
+        contents += static_cast<char>(i * 7 + i / 256);
+    write_file(path_, contents);
+    for (const size_t piece : {1u, 100u, 8191u, 8192u, 8193u, 30000u, 70000u, 70001u}) {
+        FileRecord *file = f_open(path(), "r");
+        std::vector<char> block(piece);
+        std::string read;
+        errno = EIO;
+        for (size_t took = piece; took == piece;) {
+            if (piece > 1) read += static_cast<char>(Getc(file)); /* fills the buffer in between */
+            took = Fread(block.data(), piece, file);
+            read.append(block.data(), took);
+        }
+        EXPECT_EQ(0, errno) << piece;
+        EXPECT_EQ(0, Ferror(file)) << piece;
+        read.resize(contents.size()); /* the end, told by Getc() */
+        EXPECT_TRUE(contents == read) << piece;
+        EXPECT_EQ(1, f_close(file));
+    }
+}
+
+TEST_F(Ntio, AFailedReadOfManyBytesIsLogged)
+{
+    write_file(path_, std::string(20000, 'x'));
+    FileRecord *file = f_open(path(), "r");
+    std::vector<char> block(20000);
+    EXPECT_EQ(0u, Fread(block.data(), block.size(), nullptr));
+    EXPECT_EQ(Lines{"1/720 illegal argument (Getc)"}, take_log_lines());
+    EXPECT_EQ('x', Getc(file));
+    {
+        FaultOs fault;
+        fault.before = [](const std::string &call, const std::string &) {
+            return call == "read" ? EIO : 0;
+        };
+        EXPECT_EQ(8191u, Fread(block.data(), block.size(), file)) << "what was in the buffer";
+        EXPECT_EQ(EIO, errno);
+    }
+    EXPECT_EQ(1, Ferror(file));
+    EXPECT_EQ(Lines{"1/721 ReadFile error 5"}, take_log_lines());
+    EXPECT_EQ(11808u, Fread(block.data(), block.size(), file));
+    EXPECT_EQ(1, f_close(file));
+}
+
 TEST_F(Ntio, MixingBytesAndLinesStaysInsideTheBuffer)
 {
     write_file(path_, std::string(8192, 'x') + "\n");
