@@ -1,5 +1,6 @@
 /* What follows from the roster: "active" and "digest", the plain address lists that the host
    delivers to, and the operations of the membership commands, which keep them in step. */
+#include <errno.h>
 #include <string.h>
 
 #include "module/ascii.h"
@@ -141,14 +142,21 @@ static const PresenceTexts digest_presence = {
     {11, 250, "mlname=%s notexist_digest digest file availabe"},
 };
 
+/* A file that cannot be looked at may well have somebody in it: whoever reads it will find out, and
+   fail, where "missing" would be the end of it. */
+static const FailText *presence_of(const char *path, const PresenceTexts &texts)
+{
+    const int64_t size = stat_size(path);
+    if (size < 0) return errno == ENOENT ? &texts.missing : &texts.available;
+    return size == 0 ? &texts.empty : &texts.available;
+}
+
 static int is_absent(DeliveryJob *job, const PresenceTexts &texts)
 {
     char path[PATH_SIZE];
     const FailText *found = &texts.recover;
-    if (control_path(path, job, texts.name) == 0 && f_recover(path) == 0) {
-        const int64_t size = stat_size(path);
-        found = size < 0 ? &texts.missing : size == 0 ? &texts.empty : &texts.available;
-    }
+    if (control_path(path, job, texts.name) == 0 && f_recover(path) == 0)
+        found = presence_of(path, texts);
     (void)log_failure(*found, job->list_name, path);
     return found == &texts.available ? 0 : 1;
 }

@@ -130,29 +130,42 @@ int f_renew(const char *path)
 
 /* -- recovery -- */
 
-static int roll_forward(const char *path, const SideFiles *files)
+/* 1 the file is there, 0 it is not, -1 nobody can tell: then nothing may be concluded from it. */
+static int find_file(const char *path)
 {
-    trace_sys(&g_logh, 5, 289, ".old detected [%s]", files->old_path);
-    if (f_renew2(path, files->new_path, files->old_path) == 0) return 0;
+    struct stat status;
+    if (os->stat(path, &status) == 0) return 1;
+    return errno == ENOENT || errno == ENOTDIR ? 0 : -1;
+}
+
+static int roll_forward_failed(const char *path)
+{
     trace_sys(&g_logh, 3, 290, "recover1 error (%m)");
     return fail_for_now(474, path);
 }
 
-static int discard(const char *path, const char *new_path)
+static int discard_failed(const char *path)
 {
-    if (delfile(new_path) == 0) return 0;
     trace_sys(&g_logh, 3, 291, "recover2 error (%m)");
     return fail_for_now(475, path);
+}
+
+static int roll_forward(const char *path, const SideFiles *files)
+{
+    trace_sys(&g_logh, 5, 289, ".old detected [%s]", files->old_path);
+    if (f_renew2(path, files->new_path, files->old_path) == 0) return 0;
+    return roll_forward_failed(path);
 }
 
 int f_recover(const char *path)
 {
     SideFiles files;
-    if (name_side_files(path, &files) < 0) {
-        trace_sys(&g_logh, 3, 291, "recover2 error (%m)");
-        return fail_for_now(475, path);
-    }
-    if (!extfile(files.new_path)) return 0;
+    if (name_side_files(path, &files) < 0) return discard_failed(path);
+    const int has_new = find_file(files.new_path);
+    if (has_new <= 0) return has_new < 0 ? discard_failed(path) : 0;
     trace_sys(&g_logh, 5, 288, ".new detected [%s]", files.new_path);
-    return extfile(files.old_path) ? roll_forward(path, &files) : discard(path, files.new_path);
+    const int has_old = find_file(files.old_path);
+    if (has_old < 0) return roll_forward_failed(path);
+    if (has_old > 0) return roll_forward(path, &files);
+    return delfile(files.new_path) < 0 ? discard_failed(path) : 0;
 }

@@ -366,6 +366,19 @@ TEST(NotExist, TellsWhetherThereIsAnyoneToSendTo)
     }
 }
 
+/* Taken for missing, nobody would get a posting that was acknowledged. */
+TEST(NotExist, AFileThatCannotBeLookedAtIsLeftToItsReader)
+{
+    TempList list;
+    FaultOs fault;
+    fault.before = [](const std::string &call, const std::string &path) {
+        return call == "stat" && (path.ends_with("/active") || path.ends_with("/digest")) ? EIO : 0;
+    };
+    EXPECT_EQ(0, notexist_active(list.job()));
+    EXPECT_EQ(0, notexist_digest(list.job()));
+    (void)take_log();
+}
+
 TEST(NotExist, AnInterruptedReplacementIsFinishedFirst)
 {
     TempList list;

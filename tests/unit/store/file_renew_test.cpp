@@ -232,6 +232,31 @@ TEST_F(FileRenew, AFailedDiscardIsReported)
     EXPECT_EQ(75, result_code());
 }
 
+/* Taken for missing, a committed replacement would be overwritten by the next one. */
+TEST_F(FileRenew, ASideFileThatCannotBeLookedAtMayBeThere)
+{
+    for (const char *ending : {".new", ".old"}) {
+        write_file(path_, after.substr(0, 100));
+        write_file(new_, after);
+        write_file(old_, before);
+        {
+            FaultOs fault;
+            fault.before = [&](const std::string &call, const std::string &name) {
+                return call == "stat" && name.ends_with(ending) ? EIO : 0;
+            };
+            EXPECT_EQ(-1, f_recover(path())) << ending;
+            EXPECT_EQ(EIO, errno) << ending;
+        }
+        const bool rolling = std::string(ending) == ".old";
+        EXPECT_EQ(cut((rolling ? "474 f_recover disk full " : "475 f_reover disk full ") + path_),
+                  reply());
+        EXPECT_EQ(75, result_code()) << ending;
+        EXPECT_EQ(0, f_recover(path())) << ending;
+        EXPECT_EQ(after, read_file(path_)) << ending;
+        forget_failure();
+    }
+}
+
 TEST_F(FileRenew, AnOverlongPathIsRefusedBeforeAnythingIsTouched)
 {
     std::string longest = dir_.path();
