@@ -81,9 +81,16 @@ static constexpr struct {
     const char *status;
 } refusals[] = {
     {"502", 451, "4.3.0"}, /* the machine's fault, not the mail's: the lock */
+    {"506", 451, "4.3.0"}, /* the journal */
     {"508", 451, "4.3.0"}, /* the message file */
-    {"525", 451, "4.3.0"}, /* reading it */
+    {"511", 451, "4.3.0"}, /* who may post */
+    {"517", 451, "4.3.0"}, /* the top banner */
+    {"521", 451, "4.3.0"}, /* the roster */
+    {"525", 451, "4.3.0"}, /* reading the message */
+    {"526", 451, "4.3.0"}, /* the bottom banner */
+    {"532", 451, "4.3.0"}, /* the digest status */
     {"534", 451, "4.3.0"}, /* the archive */
+    {"536", 451, "4.3.0"}, /* the journal's new name */
     {"509", 550, "5.6.0"}, /* header line too long */
     {"510", 550, "5.4.6"}, /* loop */
     {"518", 550, "5.7.1"}, /* refused header */
