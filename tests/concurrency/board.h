@@ -1,5 +1,4 @@
-/* Where threads and processes of a crowd meet: a common start, and what each is doing, so that a
-   watchdog can tell a deadlock from a slow machine and say who waits. */
+/* Where threads and processes of a crowd meet: a common start, and what each is doing. */
 #ifndef TESTS_CONCURRENCY_BOARD_H
 #define TESTS_CONCURRENCY_BOARD_H
 
@@ -7,17 +6,24 @@
 #include <stdint.h>
 
 #include <atomic>
-#include <thread>
-#include <vector>
 
 #define BOARD_WORKERS 32
 
-/* One worker's line: what it is at, and how many steps it has behind it. */
+/* A lock that a worker has, by the descriptor and the inode of its file; no inode: none. */
+struct HeldLock {
+    std::atomic<int> fd;
+    std::atomic<uint64_t> inode;
+};
+
+/* One worker's line: what it is at, how many steps it has behind it, and its locks, where its
+   system calls are watched (lock_watch.h). */
 struct BoardLine {
     std::atomic<uint32_t> steps;
     std::atomic<int> action; /* an Action */
     std::atomic<int> list;
-    std::atomic<int> thread_id;
+    std::atomic<int> process_id, thread_id;
+    std::atomic<uint64_t> waits_for; /* inode, 0: it waits for no lock */
+    HeldLock held[4];
 };
 
 /* In memory that forked processes share. */
@@ -31,7 +37,8 @@ class Board
 
     BoardLine &line(int worker) { return shared_->lines[worker]; }
     int workers() const { return workers_; }
-    void wait_for_start(); /* returns when every worker has called it */
+    void enter(int worker); /* the calling thread is this worker */
+    void wait_for_start();  /* returns when every worker has called it */
 
   private:
     struct Shared {
@@ -42,25 +49,7 @@ class Board
     int workers_;
 };
 
-/* Ends the test program, with what every worker is at and the locks of the machine, when no worker
-   has taken a step for so many seconds.  Make it after the last fork. */
-class Watchdog
-{
-  public:
-    Watchdog(Board *board, std::vector<pid_t> children, int seconds);
-    ~Watchdog();
-    Watchdog(const Watchdog &) = delete;
-    Watchdog &operator=(const Watchdog &) = delete;
-
-  private:
-    void watch();
-    [[noreturn]] void report();
-
-    Board *board_;
-    std::vector<pid_t> children_;
-    int seconds_;
-    int stop_[2];
-    std::thread thread_;
-};
+/* The calling thread's line, null for one that is no worker. */
+BoardLine *own_board_line();
 
 #endif

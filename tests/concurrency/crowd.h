@@ -28,15 +28,17 @@ class Crowd
   private:
     void make_list(int list);
     std::vector<pid_t> start_processes(Board *board);
+    std::vector<std::string> notes_of_all(const std::string &prefix) const;
+    void remove_the_deleted(int list);
     void expect_no_complaints();
     void expect_archive(int list);
-    void expect_index(int list, uint32_t postings, uint32_t oldest);
+    void expect_index(int list, uint32_t postings, const std::vector<uint32_t> &kept);
     void expect_rosters(int list);
     void expect_nothing_left(int list);
     uint32_t count_postings(int list) const;
+    std::vector<uint32_t> kept_of(int list, uint32_t postings) const;
 
     ModuleCalls calls_;
-    std::vector<int> keeps_;
     Ground ground_;
     std::vector<Duty> threads_, processes_;
 };

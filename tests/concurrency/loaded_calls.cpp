@@ -32,6 +32,9 @@ ModuleCalls loaded_calls()
         symbol<decltype(list_mbx_open)>(library, "list_mbx_open"),
         symbol<decltype(mlmbx_checknewmail)>(library, "mlmbx_checknewmail"),
         symbol<decltype(list_mbx_close)>(library, "list_mbx_close"),
+        symbol<decltype(mlmbx_fetch)>(library, "mlmbx_fetch"),
+        symbol<decltype(mlmbx_search)>(library, "mlmbx_search"),
+        symbol<decltype(mlmbx_expunge)>(library, "mlmbx_expunge"),
         symbol<char>(library, "g_path_mlist"),
         symbol<char>(library, "g_mbox_list"),
     };

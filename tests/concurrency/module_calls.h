@@ -12,6 +12,9 @@ struct ModuleCalls {
     decltype(list_mbx_open) *open_archive;
     decltype(mlmbx_checknewmail) *check_archive;
     decltype(list_mbx_close) *close_archive;
+    decltype(mlmbx_fetch) *fetch;
+    decltype(mlmbx_search) *search;
+    decltype(mlmbx_expunge) *expunge;
     char *control_root, *archive_root; /* 1,024 bytes each */
 };
 

@@ -8,11 +8,12 @@
 #include <unistd.h>
 
 #include "tests/concurrency/notes.h"
+#include "tests/concurrency/visit.h"
 
 const char *action_name(int action)
 {
-    static const char *const names[] = {"starting", "posting", "sending a command", "reading",
-                                        "finished"};
+    static const char *const names[] = {"starting", "posting",   "sending a command", "checking",
+                                        "fetching", "searching", "expunging",         "finished"};
     return names[action];
 }
 
@@ -157,51 +158,62 @@ void Worker::command(int list)
         word = chosen.word;
 }
 
-void Worker::read(int list)
+void Worker::visit(Action action, int list)
 {
-    MailboxHandle *box = calls_.open_archive(ground_.box(list, "").c_str(),
-                                             below(2) == 0 ? 0 : MAILBOX_NO_WRITE_BACK);
-    if (box == nullptr) return complain("an archive could not be opened");
-    for (int check = 0; check < 3; ++check) {
-        box->mode |= MAILBOX_FORCE_CHECK;
-        calls_.check_archive(box);
-        for (uint32_t i = 2; i < box->index[0].header_size; ++i)
-            if (box->index[i - 1].uid >= box->index[i].uid) complain("an index out of order");
-        if (box->index[0].header_size > 1 &&
-            box->index[box->index[0].header_size - 1].uid >= box->index[0].uid)
-            complain("a number that has not been given yet");
+    Visit visit(calls_, ground_.box(list, ""), nowhere_, &random_,
+                [this](const std::string &text) { complain(text); });
+    if (!visit.is_open()) return;
+    switch (action) {
+    case FETCHING:
+        return visit.fetch();
+    case SEARCHING:
+        return visit.search();
+    case EXPUNGING:
+        if (const uint32_t uid = visit.remove(); uid != 0) deleted_.push_back({list, uid});
+        return;
+    default:
+        return visit.check();
     }
-    calls_.close_archive(box);
+}
+
+void Worker::act(Action action, int list)
+{
+    if (action == POSTING)
+        post(list);
+    else if (action == COMMANDING)
+        command(list);
+    else
+        visit(action, list);
 }
 
 void Worker::round()
 {
     const int list = static_cast<int>(below(static_cast<uint32_t>(ground_.lists)));
-    const bool commands = below(10) < static_cast<uint32_t>(duty_.commands_in_ten);
+    const int chance = static_cast<int>(below(10));
+    Action action = POSTING;
+    if (chance < duty_.commands_in_ten)
+        action = COMMANDING;
+    else if (chance < duty_.commands_in_ten + duty_.visits_in_ten)
+        action = static_cast<Action>(CHECKING + below(ground_.may_expunge(list) ? 4 : 3));
     BoardLine &line = board_->line(number_);
     line.list = list;
-    line.action = duty_.reads ? READING : commands ? COMMANDING : POSTING;
-    if (duty_.reads)
-        read(list);
-    else if (commands)
-        command(list);
-    else
-        post(list);
+    line.action = action;
+    act(action, list);
     ++line.steps;
 }
 
 void Worker::work()
 {
     current_worker = this;
-    FILE *nowhere = fopen("/dev/null", "we");
-    calls_.set_output(nowhere);
-    board_->line(number_).thread_id = gettid();
+    nowhere_ = fopen("/dev/null", "we");
+    calls_.set_output(nowhere_);
+    board_->enter(number_);
     board_->wait_for_start();
     for (int done = 0; done < duty_.rounds; ++done)
         round();
     board_->line(number_).action = FINISHED;
     calls_.set_output(nullptr);
-    fclose(nowhere);
+    fclose(nowhere_);
 
     std::string notes;
     for (const std::string &complaint : complaints_)
@@ -210,5 +222,7 @@ void Worker::work()
         if (!word.empty())
             notes +=
                 "member " + std::to_string(member.first) + " " + member.second + " " + word + "\n";
+    for (const auto &[list, uid] : deleted_)
+        notes += "deleted " + std::to_string(list) + " " + std::to_string(uid) + "\n";
     write_note(ground_.notes("worker." + std::to_string(number_)), notes);
 }
