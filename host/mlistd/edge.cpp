@@ -3,6 +3,7 @@
 #include "host/base/text.h"
 #include "host/mlistd/hostlog.h"
 #include "host/mlistd/lists.h"
+#include "host/mlistd/spool/envelope.h"
 
 static constexpr std::string_view DAEMON = "MAILER-DAEMON";
 
@@ -57,6 +58,20 @@ bool claims_to_be_owner(const std::string &from, const std::string &list)
 bool claims_to_be_daemon(const std::string &from)
 {
     return claims(from, DAEMON);
+}
+
+std::string who_asks(const std::string &from)
+{
+    const std::string text = without_comments(from);
+    bool quoted = false;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '"') quoted = !quoted;
+        if (text[i] != '<' || quoted) continue;
+        const size_t end = text.find('>', i);
+        if (end == text.npos) break;
+        return text.substr(i + 1, end - i - 1);
+    }
+    return std::string(trim(text));
 }
 
 bool is_automatic(const HeaderFacts &facts)
@@ -147,6 +162,10 @@ Reply Edge::decide(const ListAddress &recipient, const IncomingMail &mail)
         if (claims_to_be_owner(mail.facts.from, recipient.list))
             return {550, "5.7.1", "the owner's address gives no commands"};
         if (is_automatic(mail.facts)) return {250, "2.0.0", "automatic mail, no commands taken"};
+        /* The module would put anything on the roster, where a blank ends an address: "a@x on"
+           would join again with every command, and a@x would get the list's mail. */
+        if (!usable_address(who_asks(mail.facts.from)))
+            return {550, "5.1.7", "the From line has no address that can be answered"};
     }
     return hand_to_module(recipient, mail.file);
 }

@@ -43,6 +43,9 @@ Reply reply_for(const ModuleAnswer &answer);
 bool claims_to_be_owner(const std::string &from, const std::string &list);
 bool claims_to_be_daemon(const std::string &from);
 
+/* The address that the module will take for the sender's, as it reduces From values. */
+std::string who_asks(const std::string &from);
+
 /* Mail that a program wrote (RFC 3834): it must not be taken for commands. */
 bool is_automatic(const HeaderFacts &facts);
 

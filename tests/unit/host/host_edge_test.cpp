@@ -3,12 +3,14 @@
 
 #include <atomic>
 #include <fcntl.h>
+#include <random>
 #include <sys/file.h>
 #include <thread>
 
 #include "host/mlistd/edge.h"
 #include "host/mlistd/lists.h"
 #include "mlog.h"
+#include "tests/reference/owner.h"
 #include "tests/unit/host/scratch.h"
 
 TEST(ModuleAnswers, BecomeReplies)
@@ -87,6 +89,18 @@ TEST(ForgedSenders, AreFoundWhereverAnAddressMayStart)
     EXPECT_TRUE(claims_to_be_daemon(" Mail System <MAILER-Daemon@mx>"));
     EXPECT_TRUE(claims_to_be_daemon("mailer-daemon"));
     EXPECT_FALSE(claims_to_be_daemon("daemon@x"));
+}
+
+TEST(WhoAsks, IsTheAddressThatTheModuleWillMakeOfIt)
+{
+    std::mt19937 random(1);
+    static const std::string alphabet = "ab@.()()<>\"\"/\\ \t";
+    for (int round = 0; round < 20000; ++round) {
+        std::string from;
+        for (unsigned length = random() % 40; length > 0; --length)
+            from += alphabet[random() % alphabet.size()];
+        ASSERT_EQ(reference::owner(from), who_asks(from)) << from;
+    }
 }
 
 TEST(AutomaticMail, IsKnownByTwoHeaders)
@@ -228,6 +242,23 @@ TEST_F(EdgeTest, TheControlAddressTakesNoForgedAndNoAutomaticMail)
     EXPECT_EQ(queued.size(), 2u);
 }
 
+/* The roster ends an address at its first blank: who has one would never be found again, and what
+   stands before the blank might be somebody else. */
+TEST_F(EdgeTest, TheControlAddressTakesCommandsOnlyOfWhoHasAnAddress)
+{
+    make_list("one");
+    for (const char *from : {"", "  ", "<>", "Bob B", "victim@x on", "a@x, b@x", "<a@x b>",
+                             "a@x\x01", "bob@x <a@x", "\"a b\"@x"})
+        EXPECT_EQ(deliver("one-ctl@d", {.from = from}).line(),
+                  "550 5.1.7 the From line has no address that can be answered\r\n")
+            << from;
+    EXPECT_TRUE(queued.empty()) << "no command has been carried out";
+    for (const char *from : {"a@x", " A B <a@x>", "a@x (A B)", "(c) <a@x>, <b@x>"})
+        EXPECT_EQ(deliver("one-ctl@d", {.from = from}).code, 250) << from;
+    EXPECT_EQ(queued.size(), 4u);
+    EXPECT_EQ(deliver("one@d", {.from = "victim@x on"}).code, 250) << "who posts may be anyone";
+}
+
 TEST_F(EdgeTest, PassesTheModulesAnswersOn)
 {
     for (const char *list :
@@ -247,8 +278,8 @@ TEST_F(EdgeTest, SubmissionsGoToWhomTheModuleMeans)
     for (const char *list : {"digest", "reply", "one"})
         make_list(list);
     EXPECT_EQ(deliver("one@d").code, 250);
-    EXPECT_EQ(deliver("digest-ctl@d").code, 250);
-    EXPECT_EQ(deliver("reply-ctl@d").code, 250);
+    EXPECT_EQ(deliver("digest-ctl@d", {.from = "a@x"}).code, 250);
+    EXPECT_EQ(deliver("reply-ctl@d", {.from = "a@x"}).code, 250);
     ASSERT_EQ(queued.size(), 3u);
     EXPECT_EQ(queued[0].file, "A: b\r\n\r\nc\r\n");
     EXPECT_EQ(queued[0].sender, "owner-one@d");
@@ -289,7 +320,7 @@ TEST_F(EdgeTest, TheMembersAreReadUnderTheListsLock)
     const Fd held(
         open((scratch.path("control/d/digest/lock")).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     ASSERT_EQ(flock(held.get(), LOCK_EX), 0);
-    EXPECT_EQ(deliver("digest-ctl@d").code, 250);
+    EXPECT_EQ(deliver("digest-ctl@d", {.from = "a@x"}).code, 250);
 }
 
 TEST_F(EdgeTest, WhatCannotBeQueuedIsNotAccepted)
