@@ -101,8 +101,13 @@ static constexpr struct {
     {"511", 451, "4.3.0"}, /* who may post */
     {"517", 451, "4.3.0"}, /* the top banner */
     {"521", 451, "4.3.0"}, /* the roster */
+    {"523", 451, "4.3.0"}, /* a command's files, or its reply */
     {"525", 451, "4.3.0"}, /* reading the message */
     {"526", 451, "4.3.0"}, /* the bottom banner */
+    {"527", 451, "4.3.0"}, /* the reply to no command */
+    {"529", 451, "4.3.0"}, /* the same */
+    {"530", 451, "4.3.0"}, /* the denial notice */
+    {"531", 451, "4.3.0"}, /* queueing it */
     {"532", 451, "4.3.0"}, /* the digest status */
     {"534", 451, "4.3.0"}, /* the archive */
     {"536", 451, "4.3.0"}, /* the journal's new name */

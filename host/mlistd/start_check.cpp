@@ -52,21 +52,30 @@ bool older_than_a_day(const std::string &path)
            time(nullptr) - status.st_mtime > STALE_AGE;
 }
 
-/* Work files of deliveries that were denied or failed; a thread's number seldom comes again to
+/* Where deliveries have their work files, and how those begin; a thread's number follows. */
+constexpr struct {
+    const char *directory, *prefix;
+} work_files[] = {{"/jnl", "j."}, {"/msg", "cmdrpy."}, {"/msg", "mldeny."}};
+
+/* Those of deliveries that were denied, failed or killed; a thread's number seldom comes again to
    overwrite them. */
-std::vector<std::string> stale_work_files(const std::string &journal)
+std::vector<std::string> stale_work_files(const std::string &control)
 {
     std::vector<std::string> stale;
-    for (const auto &file : files_in(journal))
-        if (file.filename().string().starts_with("j.") && older_than_a_day(file))
-            stale.push_back(file);
+    for (const auto &[directory, prefix] : work_files)
+        for (const auto &file : files_in(control + directory)) {
+            const std::string name = file.filename().string();
+            if (name.starts_with(prefix) && parse_number(name.substr(strlen(prefix))) &&
+                older_than_a_day(file))
+                stale.push_back(file);
+        }
     return stale;
 }
 
 /* The caller holds the list's lock: a work file that is being written is never old then. */
-void remove_stale(const std::string &journal)
+void remove_stale(const std::string &control)
 {
-    for (const std::string &path : stale_work_files(journal))
+    for (const std::string &path : stale_work_files(control))
         if (unlink(path.c_str()) == 0)
             log_notice(LOG_JOURNAL_REMOVED, path + ": removed, unused for a day");
 }
@@ -101,17 +110,17 @@ void check_list(const ModuleLibrary &module, const Settings &settings, const Lis
             log_error(LOG_LIST_UNUSABLE, list.name() + ": \"" + name + "\" cannot be recovered");
     derive(module, list, session.get(), "active");
     derive(module, list, session.get(), "digest");
-    remove_stale(directory + "/jnl");
+    remove_stale(directory);
     report_undistributed(list, directory + "/jnl");
 }
 
 /* Takes the lock only where there is something to remove. */
 void tidy_list(const ModuleLibrary &module, const Settings &settings, const ListAddress &list)
 {
-    const std::string journal = control_path(settings, list.list, list.domain) + "/jnl";
-    if (stale_work_files(journal).empty()) return;
+    const std::string directory = control_path(settings, list.list, list.domain);
+    if (stale_work_files(directory).empty()) return;
     const SessionHandle session = open_session(module, list);
-    if (session != nullptr) remove_stale(journal);
+    if (session != nullptr) remove_stale(directory);
 }
 
 } // namespace

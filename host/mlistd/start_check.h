@@ -11,13 +11,13 @@
 
 /* Every list, under its lock: rewrites that were cut short are finished or discarded, "active" and
    "digest" made anew where they disagree with the roster (a kill between the rewrites leaves them
-   behind), old work files of the journal removed.  A list that resists is logged and left. */
+   behind), old work files removed.  A list that resists is logged and left. */
 void check_lists(const ModuleLibrary &module, const Settings &settings);
 
 /* Mail that an earlier process was still receiving: nobody has been told that it was taken. */
 void remove_unfinished_mail(const std::string &in_directory);
 
-/* Removes old work files of the journals now and then, on a thread of its own. */
+/* Removes old work files of the lists now and then, on a thread of its own. */
 class Housekeeper
 {
   public:

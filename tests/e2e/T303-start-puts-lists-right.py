@@ -12,10 +12,12 @@ with daemon(start=False) as server:
     server.control("member.old").write_bytes(roster)
     server.control("digest.new").write_bytes(b"half@exam")
     server.control("active").write_bytes(b"alice@example.net\r\n")
-    # And what deliveries left in the journal: one long ago, one just now, one undistributed.
-    for name, age in (("j.1", 2 * DAY), ("j.2", 60), ("7", 2 * DAY)):
-        server.control(f"jnl/{name}").write_bytes(b"x\r\n")
-        os.utime(server.control(f"jnl/{name}"), (time.time() - age,) * 2)
+    # And what deliveries left behind: long ago, just now, and a posting that is undistributed.
+    for name, age in (("jnl/j.1", 2 * DAY), ("jnl/j.2", 60), ("jnl/7", 2 * DAY),
+                      ("msg/cmdrpy.1", 2 * DAY), ("msg/cmdrpy.2", 60), ("msg/mldeny.1", 2 * DAY),
+                      ("msg/mldeny.txt", 2 * DAY)):
+        server.control(name).write_bytes(b"x\r\n")
+        os.utime(server.control(name), (time.time() - age,) * 2)
 
     server.start()
     check(not server.control("member.new").exists(), "the committed rewrite is finished")
@@ -24,6 +26,8 @@ with daemon(start=False) as server:
     equal(server.control("active").read_bytes(),
           b"alice@example.net\r\nbob@example.jp\r\ncarol@example.com\r\n", "active")
     equal(sorted(path.name for path in server.control("jnl").iterdir()), ["7", "j.2"], "journal")
+    equal(sorted(path.name for path in server.control("msg").iterdir()),
+          ["cmdrpy.2", "mldeny.txt"], "work files and templates")
     check(b"archived but not distributed" in server.log.read_bytes(), "the log names it")
     server.accept(message())
     for member in (*MEMBERS, "carol@example.com"):
