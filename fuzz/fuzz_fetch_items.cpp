@@ -1,30 +1,16 @@
 /* Any text as FETCH items, one a line, over messages that do not change: no item may spoil the
-   response around it, and texts of the message are the same however they are asked for. */
-#include <fcntl.h>
+   response around it, or make it longer than the messages are. */
 #include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <string>
 #include <vector>
 
+#include "fuzz/small_archive.h"
 #include "mlist/mlist.h"
-
-static void demand(bool condition)
-{
-    if (!condition) abort();
-}
-
-static void put_file(const std::string &path, const std::string &text)
-{
-    FILE *out = fopen(path.c_str(), "we");
-    demand(out != nullptr && fwrite(text.data(), 1, text.size(), out) == text.size());
-    demand(fclose(out) == 0);
-}
 
 static const char *const messages[] = {
     "Subject: plain\r\nTo: a@b\r\n\r\nhello\r\n",
@@ -33,30 +19,11 @@ static const char *const messages[] = {
     "Content-Type: multipart/mixed\r\n\r\nno boundary",
 };
 
-/* A mailbox of its own for this process, open; it is removed again at once but for what is open. */
 static MailboxHandle *open_mailbox()
 {
-    char path[] = "/tmp/fuzz-fetch-XXXXXX";
-    demand(mkdtemp(path) != nullptr);
-    const std::string box = std::string(path) + "/INBOX";
-    demand(mlmbx_create(box.c_str()) == 1);
-    IndexHandle *batch = NO_INDEX_HANDLE;
-    for (const char *message : messages) {
-        const std::string source = std::string(path) + "/source";
-        put_file(source, message);
-        const char *text = strstr(message, "\r\n\r\n") + 4;
-        batch =
-            mbxappend(box.c_str(), batch, source.c_str(), 0, static_cast<uint32_t>(text - message),
-                      static_cast<uint32_t>(strlen(message)), 1);
-        demand(batch != NO_INDEX_HANDLE);
-    }
-    (void)mbxappend(nullptr, batch, nullptr, 0, 0, 0, 0);
-    static std::string kept = box;
-    atexit([] {
-        (void)mlmbx_delete(kept.c_str());
-        (void)rmdir(kept.substr(0, kept.rfind('/')).c_str());
-    });
-    return list_mbx_open(box.c_str(), MAILBOX_QUIET | MAILBOX_NO_WRITE_BACK);
+    for (const char *message : messages)
+        demand(append_message(message, 0));
+    return list_mbx_open(fuzz_mailbox().c_str(), MAILBOX_QUIET | MAILBOX_NO_WRITE_BACK);
 }
 
 static std::string fetch(MailboxHandle *handle, int sequence, char **items)

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "fuzz/demand.h"
 #include "host/mlistd/lmtp/session.h"
 #include "mlog.h"
 
@@ -24,26 +25,21 @@ std::string content_of(const std::string &path)
     return text.str();
 }
 
-void require(bool holds)
-{
-    if (!holds) abort();
-}
-
 /* CR LF and nothing else at line ends, no NUL, header ended, no Return-Path in it. */
 void require_guarantees(const std::string &text)
 {
-    require(text.find('\0') == std::string::npos && text.ends_with("\r\n"));
+    demand(text.find('\0') == std::string::npos && text.ends_with("\r\n"));
     for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\n') require(i > 0 && text[i - 1] == '\r');
-        if (text[i] == '\r') require(text[i + 1] == '\n');
+        if (text[i] == '\n') demand(i > 0 && text[i - 1] == '\r');
+        if (text[i] == '\r') demand(text[i + 1] == '\n');
     }
     const std::string lines = "\r\n" + text;
     const size_t end = lines.find("\r\n\r\n");
-    require(end != std::string::npos);
+    demand(end != std::string::npos);
     std::string header = lines.substr(0, end + 2);
     for (char &c : header)
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c;
-    require(header.find("\r\nreturn-path:") == std::string::npos);
+    demand(header.find("\r\nreturn-path:") == std::string::npos);
 }
 
 class Judge : public LmtpHandler
@@ -51,7 +47,7 @@ class Judge : public LmtpHandler
   public:
     Reply check_recipient(const ListAddress &recipient, const std::string &) override
     {
-        require(valid_list_name(recipient.list, {"-ctl"}) && valid_domain(recipient.domain));
+        demand(valid_list_name(recipient.list, {"-ctl"}) && valid_domain(recipient.domain));
         return {250, "2.1.5", "recipient ok"};
     }
 
@@ -90,13 +86,13 @@ const LmtpConfig &config()
 void talk(std::string_view input, bool in_data)
 {
     int ends[2];
-    require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
+    demand(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) == 0);
     const Fd client(ends[0]);
     const Fd server(ends[1]);
     const std::string head = "LHLO c\r\nMAIL FROM:<a@b>\r\nRCPT TO:<l@d>\r\nDATA\r\n";
     const std::string sent =
         (in_data ? head : "") + std::string(input) + (in_data ? "\r\n.\r\nQUIT\r\n" : "");
-    require(send(client.get(), sent.data(), sent.size(), 0) == static_cast<ssize_t>(sent.size()));
+    demand(send(client.get(), sent.data(), sent.size(), 0) == static_cast<ssize_t>(sent.size()));
     shutdown(client.get(), SHUT_WR);
     Judge judge;
     LmtpSession(Stream(server.get(), -1), config(), judge, "fuzz").run();

@@ -8,13 +8,9 @@
 
 #include <string>
 
+#include "fuzz/demand.h"
 #include "mlist/mlist.h"
 #include "tests/reference/mime_literal.h"
-
-static void demand(bool condition)
-{
-    if (!condition) abort();
-}
 
 static void compare(const literal::Part *expected, const PartNode *part, int fd)
 {

@@ -8,13 +8,9 @@
 #include <vector>
 
 #include "archive/token.h"
+#include "fuzz/demand.h"
 #include "mlist/token.h"
 #include "tests/reference/msgset.h"
-
-static void demand(bool condition)
-{
-    if (!condition) abort();
-}
 
 /* The exported way: the numbers, and where the line goes on. */
 static void compare_numbers(const reference::MessageSet &expected, std::string text,

@@ -7,10 +7,7 @@
 
 #include <string>
 
-inline void demand(bool condition)
-{
-    if (!condition) __builtin_trap();
-}
+#include "fuzz/demand.h"
 
 std::string read_text(const std::string &path); /* "" when there is none */
 void write_text(const std::string &path, const std::string &text);
