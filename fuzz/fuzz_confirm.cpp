@@ -73,7 +73,7 @@ static std::string clean(QuickList *quick, const std::string &contents)
 {
     demand(cln_cnfrmdb(quick->job()) == 0);
     std::string wanted;
-    for (const std::string &piece : pieces_of(contents))
+    for (const std::string &piece : kept_pieces_of(contents))
         if (id_of_line(piece)) wanted += piece;
     demand(quick->list.get("confirm") == wanted);
     return wanted;

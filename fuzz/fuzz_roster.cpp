@@ -99,8 +99,9 @@ class Roster
     template <class Test> std::string joined(const Test &wanted) const
     {
         std::string text;
-        for (const std::string &piece : pieces_)
-            if (wanted(piece)) text += piece;
+        const std::vector<std::string> kept = kept_pieces_of(before_);
+        for (size_t i = 0; i < pieces_.size(); ++i)
+            if (wanted(pieces_[i])) text += kept[i];
         return text;
     }
 

@@ -39,6 +39,18 @@ std::vector<std::string> pieces_of(const std::string &contents)
     return pieces;
 }
 
+std::vector<std::string> kept_pieces_of(const std::string &contents)
+{
+    reference::LineReader reader(contents);
+    std::vector<std::string> pieces;
+    while (auto piece = reader.next(4096)) {
+        const bool split = piece->ends_with("\r\r\n") && reader.position() == 1;
+        if (split) piece->erase(piece->size() - 3, 1);
+        pieces.push_back(*piece);
+    }
+    return pieces;
+}
+
 bool same_nocase(const std::string &left, const std::string &right)
 {
     if (left.size() != right.size()) return false;

@@ -39,8 +39,10 @@ struct ArgumentAndFile {
 };
 ArgumentAndFile argument_and_file(const uint8_t *data, size_t size);
 
-/* The pieces in which the file layer hands out a text: lines, ended CR LF, cut at 4,095 bytes. */
+/* The pieces in which the file layer hands out a text: lines, ended CR LF, cut at 4,095 bytes; and
+   as a rewrite keeps them, where a CR LF that two reads brought in is one again. */
 std::vector<std::string> pieces_of(const std::string &contents);
+std::vector<std::string> kept_pieces_of(const std::string &contents);
 
 /* A piece of the roster: who, and status 1 to 3, 0 for any other word. */
 struct Member {
