@@ -1,15 +1,11 @@
 #include "host/mlistd/edge.h"
 
 #include "host/base/text.h"
-#include "host/mlistd/command_count.h"
 #include "host/mlistd/hostlog.h"
 #include "host/mlistd/lists.h"
 #include "host/mlistd/spool/envelope.h"
 
 static constexpr std::string_view DAEMON = "MAILER-DAEMON";
-
-/* Each is answered by a mail to whoever stands in the From line, which anybody can write. */
-static constexpr size_t MOST_COMMANDS = 50;
 
 /* -- who a mail says it is from -- */
 
@@ -160,22 +156,6 @@ Reply Edge::deliver(const ListAddress &recipient, const IncomingMail &mail)
     return reply;
 }
 
-/* What is said to a command mail that the module is not to see. */
-static std::optional<Reply> answer_commands(const ListAddress &recipient, const IncomingMail &mail)
-{
-    if (claims_to_be_owner(mail.facts.from, recipient.list))
-        return Reply{550, "5.7.1", "the owner's address gives no commands"};
-    if (is_automatic(mail.facts)) return Reply{250, "2.0.0", "automatic mail, no commands taken"};
-    /* The module would put anything on the roster, where a blank ends an address: "a@x on" would
-       join again with every command, and a@x would get the list's mail. */
-    if (!usable_address(who_asks(mail.facts.from)))
-        return Reply{550, "5.1.7", "the From line has no address that can be answered"};
-    const auto commands = count_commands(mail.file, MOST_COMMANDS);
-    if (!commands) return Reply{451, "4.3.0", "try again later"};
-    if (*commands > MOST_COMMANDS) return Reply{550, "5.7.0", "too many commands in one mail"};
-    return std::nullopt;
-}
-
 Reply Edge::decide(const ListAddress &recipient, const IncomingMail &mail)
 {
     /* The list may have gone since its address was checked, and the module would make it anew. */
@@ -183,8 +163,15 @@ Reply Edge::decide(const ListAddress &recipient, const IncomingMail &mail)
     if (!still.accepted()) return still;
     if (recipient.role == Role::owner) return forward_to_owners(recipient, mail);
     if (claims_to_be_daemon(mail.facts.from)) return {550, "5.7.1", "lists take no bounces"};
-    if (recipient.role == Role::control)
-        if (const auto reply = answer_commands(recipient, mail)) return *reply;
+    if (recipient.role == Role::control) {
+        if (claims_to_be_owner(mail.facts.from, recipient.list))
+            return {550, "5.7.1", "the owner's address gives no commands"};
+        if (is_automatic(mail.facts)) return {250, "2.0.0", "automatic mail, no commands taken"};
+        /* The module would put anything on the roster, where a blank ends an address: "a@x on"
+           would join again with every command, and a@x would get the list's mail. */
+        if (!usable_address(who_asks(mail.facts.from)))
+            return {550, "5.1.7", "the From line has no address that can be answered"};
+    }
     return hand_to_module(recipient, mail.file);
 }
 

@@ -265,26 +265,6 @@ TEST_F(EdgeTest, TheControlAddressTakesCommandsOnlyOfWhoHasAnAddress)
     EXPECT_EQ(deliver("one@d", {.from = "victim@x on"}).code, 250) << "who posts may be anyone";
 }
 
-TEST_F(EdgeTest, OneMailHoldsAtMostFiftyCommands)
-{
-    make_list("one");
-    const auto mail_with = [this](int commands) {
-        std::string text = "A: b\r\n\r\n";
-        for (int i = 0; i < commands; ++i)
-            text += i % 2 == 0 ? "# help\r\n" : "no command # at all\r\n \t# help\r\n";
-        scratch.write("mail", text + std::string(40000, 'x'));
-    };
-    mail_with(50);
-    EXPECT_EQ(deliver("one-ctl@d", {.from = "a@x"}).code, 250);
-    mail_with(51);
-    EXPECT_EQ(deliver("one-ctl@d", {.from = "a@x"}).line(),
-              "550 5.7.0 too many commands in one mail\r\n");
-    EXPECT_EQ(queued.size(), 1u);
-    EXPECT_EQ(deliver("one@d", {.from = "a@x"}).code, 250) << "a posting may say what it likes";
-    std::filesystem::remove(mail);
-    EXPECT_EQ(deliver("one-ctl@d", {.from = "a@x"}).code, 451);
-}
-
 TEST_F(EdgeTest, PassesTheModulesAnswersOn)
 {
     for (const char *list :
