@@ -13,6 +13,7 @@
 #include <time.h>
 
 #include "mlist/archive.h"
+#include "module/job.h"
 #include "module/tcb.h"
 
 /* Index files are little-endian and are read and written as they lie in memory. */
@@ -76,12 +77,26 @@ void end_open_transaction(Mailbox *box);
    sequence numbers of it. */
 void replace_view(Mailbox *box, IndexRecord *index);
 
+/* The bytes of an index file, where they are at hand; else null. */
+struct IndexImage {
+    const void *bytes;
+    size_t size;
+};
+
+/* An index block as its file has it. */
+inline IndexImage image_of(IndexRecord *index)
+{
+    return {index, record_count(index) * sizeof(IndexRecord)};
+}
+
 /* What mlmbx_openidx() really hands out. */
 struct OpenIndex : IndexHandle {
-    bool lazy;               /* the work copy is made when something is written */
-    bool renew_time;         /* lazy: what was written is what #mix holds */
-    int32_t mode;            /* names of the side files */
-    struct timespec changed; /* modification time as of the commit */
+    bool lazy;         /* the work copy is made when something is written */
+    bool renew_time;   /* lazy: what was written is what #mix holds */
+    int32_t mode;      /* names of the side files */
+    struct stat found; /* lazy: #mix as it was when the transaction began */
+    IndexImage before; /* what #mix holds, until the commit */
+    IndexImage after;  /* what the work copy holds */
     char name[MBX_NAME_SIZE];
 };
 
@@ -92,7 +107,7 @@ inline OpenIndex *open_index_of(IndexHandle *index)
 
 /* Begins a transaction in the cheap form: nothing is copied until something is written.  The
    functions of the literal form work on it too.  Null with errno on failure. */
-[[nodiscard]] IndexHandle *begin_lazy_index(const char *path);
+[[nodiscard]] IndexHandle *begin_lazy_index(const char *path, KeptIndex *kept = nullptr);
 
 /* Ends a transaction without committing; null is allowed.  errno is kept. */
 void abandon_index(IndexHandle *index);
@@ -114,9 +129,10 @@ class IndexTransaction
     IndexTransaction(const IndexTransaction &) = delete;
     IndexTransaction &operator=(const IndexTransaction &) = delete;
 
-    [[nodiscard]] int begin(const char *path) /* 0, or -1 with errno */
+    /* kept: the index's file from a former transaction, taken over.  0, or -1 with errno. */
+    [[nodiscard]] int begin(const char *path, KeptIndex *kept = nullptr)
     {
-        handle_ = begin_lazy_index(path);
+        handle_ = begin_lazy_index(path, kept);
         return handle_ != nullptr ? 0 : -1;
     }
     [[nodiscard]] IndexRecord *read() { return mlmbx_readidx(handle_); } /* the caller's, or null */
@@ -126,8 +142,16 @@ class IndexTransaction
         return list_mbx_writeidx_recent(handle_, records) == 1 ? 0 : -1;
     }
 
-    /* Commits what was written.  0 with the index's modification time, or -1 with errno. */
+    /* write() by somebody who changed something and has kept what he read: nothing is read back.
+       Both blocks stay as they are until the end. */
+    [[nodiscard]] int replace(IndexRecord *before, IndexRecord *after);
+
+    /* Commits what was written.  0 with the index's modification time (nobody may want it: null),
+       or -1 with errno. */
     [[nodiscard]] int end(struct timespec *changed_out);
+
+    /* Ends without a commit and keeps the file for another begin(). */
+    [[nodiscard]] KeptIndex keep_file();
 
     /* The open transaction, from now on the caller's to end. */
     IndexHandle *take()
@@ -155,7 +179,10 @@ struct MailboxSummary {
 /* Begins the transaction and reads the index, which is to be in order.  The block, the caller's,
    or null: logged as a failed open; the caller rebuilds, when the transaction is gone. */
 [[nodiscard]] IndexRecord *load_view(IndexTransaction *transaction, const char *path,
-                                     MailboxSummary *summary_out);
+                                     MailboxSummary *summary_out, KeptIndex *kept = nullptr);
+
+/* mbxnewno() that leaves the index's file open in the job. */
+[[nodiscard]] int read_new_number(DeliveryJob *job);
 
 /* Prints the lines of an open in this mode, unless it is a quiet one. */
 void print_summary(const MailboxSummary *summary, uint32_t mode);

@@ -6,7 +6,7 @@
    -      -      at rest                                     nothing
    yes    -      died before the commit, or at its very end  removes .new; #mix is whole
    yes    yes    died while #mix was being overwritten       copies .new over #mix, removes both
-   -      yes    never left by a commit                      removes .old; #mix is whole
+   -      yes    cheap form: died while it wrote             removes .old; #mix is whole
 
    The order of a commit makes the table true: .new is synced, then .old is written and synced,
    then the directory is synced (the names are what recovery goes by), then #mix is overwritten
@@ -16,7 +16,13 @@
    Two forms share this file.  The literal form, for hosts, makes the work copy at the beginning
    and always commits.  The cheap form, for the module's own operations, makes it when something
    is written: a transaction that only reads changes no file, and one that writes what is there
-   already renews the modification time of #mix and nothing else. */
+   already renews the modification time of #mix and nothing else.
+
+   The removals at the end are not synced: the machine may lose power, forget them and remember
+   some name of the next transaction.  Where a .old of the former one stands, any .new counts, so
+   the cheap form writes its work copy under the name .old, which means nothing alone, and renames
+   it when its bytes are on the disk: there is no .new that is not whole, and #mix holds what the
+   former transaction wrote until the directory is synced. */
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
@@ -156,21 +162,22 @@ static int recover_index(OpenIndex *index)
     return 0;
 }
 
-static int begin_in_cheap_form(OpenIndex *index)
+static int begin_in_cheap_form(OpenIndex *index, KeptIndex *kept)
 {
     if (index_name(index->name, index->path) < 0) return -1;
-    index->fd = lock_index_file(index->name);
+    index->fd = lock_index_file(index->name, &index->found, kept);
     if (index->fd < 0 || recover_index(index) < 0) return -1;
     if (index->new_fd < 0) return 0;
     close_copies(index);
-    return remove_side_file(index, endings_of(index->mode).work);
+    if (remove_side_file(index, endings_of(index->mode).work) < 0) return -1;
+    return os->fstat(index->fd, &index->found);
 }
 
-IndexHandle *begin_lazy_index(const char *path)
+IndexHandle *begin_lazy_index(const char *path, KeptIndex *kept)
 {
     OpenIndex *index = new_index(path, INDEX_PLAIN, true);
     if (index == nullptr) return nullptr;
-    if (begin_in_cheap_form(index) == 0) return index;
+    if (begin_in_cheap_form(index, kept) == 0) return index;
     discard_index(index);
     return nullptr;
 }
@@ -216,12 +223,29 @@ IndexHandle *list_mbx_openidx(const char *path, int fd, int mode)
 
 /* -- end -- */
 
+/* Makes an image the whole of a file that had former_size bytes. */
+static int put_image(int fd, const IndexImage &image, off_t former_size)
+{
+    const off_t size = static_cast<off_t>(image.size);
+    if (pwrite_all(fd, image.bytes, image.size, 0) < 0) return -1;
+    if (former_size > size && os->ftruncate(fd, size) < 0) return -1;
+    return os->fsync(fd);
+}
+
 static int make_backup(OpenIndex *index)
 {
     FdGuard backup(
         open_side_file(index, endings_of(index->mode).backup, O_RDWR | O_CREAT | O_TRUNC));
-    if (backup.fd < 0 || copy_durably(index->fd, backup.fd) < 0) return -1;
-    return os->close(backup.take());
+    if (backup.fd < 0) return -1;
+    const int made = index->before.bytes != nullptr ? put_image(backup.fd, index->before, 0)
+                                                    : copy_durably(index->fd, backup.fd);
+    return made < 0 ? -1 : os->close(backup.take());
+}
+
+static int overwrite_index(OpenIndex *index)
+{
+    return index->after.bytes != nullptr ? put_image(index->fd, index->after, index->found.st_size)
+                                         : copy_durably(index->new_fd, index->fd);
 }
 
 /* #mix is the old index, whole: without the backup the work copy means nothing. */
@@ -260,7 +284,7 @@ static int commit_work_copy(OpenIndex *index, int mode)
         undo_backup(index);
         return -1;
     }
-    if (copy_durably(index->new_fd, index->fd) < 0) {
+    if (overwrite_index(index) < 0) {
         undo_overwriting(index);
         return -1;
     }
@@ -273,12 +297,20 @@ static int commit_index(OpenIndex *index, int mode)
     return index->renew_time ? os->futimens(index->fd, nullptr) : 0;
 }
 
-static int close_committed(OpenIndex *index, int mode)
+/* Whether #mix is as the transaction found it. */
+static bool changed_nothing(const OpenIndex *index)
 {
-    struct stat status;
-    if (os->fstat(index->fd, &status) < 0) return -1;
-    index->changed = status.st_mtim;
-    if (keeps_descriptor(mode)) index->fd = -1; /* the caller's */
+    return index->lazy && index->new_fd < 0 && !index->renew_time;
+}
+
+static int commit_and_note_time(OpenIndex *index, int mode, struct timespec *changed_out)
+{
+    struct stat status = index->found;
+    const bool as_found = changed_nothing(index);
+    if (commit_index(index, mode) < 0) return -1;
+    if (changed_out == nullptr) return 0;
+    if (!as_found && os->fstat(index->fd, &status) < 0) return -1;
+    *changed_out = status.st_mtim;
     return 0;
 }
 
@@ -290,10 +322,10 @@ static int end_index(OpenIndex *index, int mode, struct timespec *changed_out)
         abandon_index(index);
         return -1;
     }
-    const bool done = commit_index(index, mode) == 0 && close_committed(index, mode) == 0;
-    *changed_out = index->changed;
+    const int ended = commit_and_note_time(index, mode, changed_out);
+    if (ended == 0 && keeps_descriptor(mode)) index->fd = -1; /* the caller's */
     discard_index(index);
-    return done ? 0 : -1;
+    return ended;
 }
 
 int32_t mlmbx_closeidx(IndexHandle *index, int mode)
@@ -302,6 +334,15 @@ int32_t mlmbx_closeidx(IndexHandle *index, int mode)
     struct timespec changed;
     if (end_index(open_index_of(index), mode, &changed) < 0) return -1;
     return static_cast<int32_t>(changed.tv_sec);
+}
+
+KeptIndex IndexTransaction::keep_file()
+{
+    OpenIndex *index = open_index_of(take());
+    const KeptIndex kept = unlock_index_file(index->fd, &index->found);
+    index->fd = -1;
+    abandon_index(index);
+    return kept;
 }
 
 int IndexTransaction::end(struct timespec *changed_out)

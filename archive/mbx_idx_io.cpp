@@ -70,10 +70,11 @@ static int read_whole(int fd, char *to, size_t size)
 }
 
 /* The size of an index that can be one, or -1 with errno, which is 0 for a size that cannot. */
-static off_t readable_size(int fd)
+static off_t readable_size(const OpenIndex *index)
 {
-    struct stat status;
-    if (os->fstat(fd, &status) < 0) return -1;
+    struct stat status = index->found;
+    const bool known = index->lazy && index->new_fd < 0;
+    if (!known && os->fstat(content_fd(index), &status) < 0) return -1;
     errno = 0;
     constexpr off_t record = sizeof(IndexRecord);
     if (status.st_size < record || status.st_size / record > MBX_MAX_RECORDS) return -1;
@@ -83,7 +84,7 @@ static off_t readable_size(int fd)
 IndexRecord *mlmbx_readidx(IndexHandle *handle)
 {
     OpenIndex *index = open_index_of(handle);
-    const off_t file_size = readable_size(content_fd(index));
+    const off_t file_size = readable_size(index);
     if (file_size < 0) {
         note_error(index);
         return nullptr;
@@ -102,14 +103,16 @@ IndexRecord *mlmbx_readidx(IndexHandle *handle)
 /* -- writing -- */
 
 /* 1 when the file holds exactly these bytes, 0 when not, -1. */
-static int holds_bytes(int fd, const char *bytes, size_t size)
+static int holds_image(int fd, const IndexImage &image)
 {
+    const char *bytes = static_cast<const char *>(image.bytes);
     struct stat status;
     if (os->fstat(fd, &status) < 0) return -1;
-    if (status.st_size != static_cast<off_t>(size)) return 0;
+    if (status.st_size != static_cast<off_t>(image.size)) return 0;
     char block[INDEX_BLOCK_SIZE];
-    for (size_t done = 0; done < size;) {
-        const size_t wanted = size - done < sizeof(block) ? size - done : sizeof(block);
+    for (size_t done = 0; done < image.size;) {
+        const size_t left = image.size - done;
+        const size_t wanted = left < sizeof(block) ? left : sizeof(block);
         const ssize_t count = pread_some(fd, block, wanted, static_cast<off_t>(done));
         if (count < 0) return -1;
         if (count == 0 || memcmp(block, bytes + done, static_cast<size_t>(count)) != 0) return 0;
@@ -118,45 +121,70 @@ static int holds_bytes(int fd, const char *bytes, size_t size)
     return 1;
 }
 
-static int fill_work_copy(OpenIndex *index, const char *bytes, size_t size)
+static int fill_work_copy(OpenIndex *index, const IndexImage &image)
 {
-    if (pwrite_all(index->new_fd, bytes, size, 0) < 0) return -1;
-    if (os->ftruncate(index->new_fd, static_cast<off_t>(size)) < 0) return -1;
+    if (pwrite_all(index->new_fd, image.bytes, image.size, 0) < 0) return -1;
+    if (os->ftruncate(index->new_fd, static_cast<off_t>(image.size)) < 0) return -1;
     return os->fsync(index->new_fd);
 }
 
-/* The cheap form's first writing: the work copy is made with its final content at once. */
-static int write_lazily(OpenIndex *index, const char *bytes, size_t size)
+/* The work copy of the cheap form, made with its final content at once and then named. */
+static int make_final_work_copy(OpenIndex *index, const IndexImage &image)
 {
-    const int same = holds_bytes(index->fd, bytes, size);
-    if (same < 0) return -1;
-    index->renew_time = same == 1;
-    if (same) return 0;
-    char name[MBX_NAME_SIZE];
-    if (side_name(name, index->name, ".new") < 0) return -1;
-    index->new_fd = open_waiting(name, O_RDWR | O_CREAT | O_TRUNC, 0660);
-    return index->new_fd < 0 ? -1 : fill_work_copy(index, bytes, size);
+    char unnamed[MBX_NAME_SIZE], name[MBX_NAME_SIZE];
+    if (side_name(unnamed, index->name, ".old") < 0 || side_name(name, index->name, ".new") < 0)
+        return -1;
+    FdGuard copy(open_waiting(unnamed, O_RDWR | O_CREAT | O_TRUNC, 0660));
+    if (copy.fd < 0) return -1;
+    if (pwrite_all(copy.fd, image.bytes, image.size, 0) == 0 && os->fsync(copy.fd) == 0 &&
+        os->rename(unnamed, name) == 0) {
+        index->new_fd = copy.take();
+        return 0;
+    }
+    KeepErrno keep;
+    (void)os->unlink(unnamed); /* on a full disk its room is needed; else the next one removes it */
+    return -1;
 }
 
-static int write_records(OpenIndex *index, IndexRecord *records)
+/* The cheap form's first writing. */
+static int write_lazily(OpenIndex *index, const IndexImage &image)
 {
-    const char *bytes = reinterpret_cast<const char *>(records);
-    const size_t size = record_count(records) * sizeof(IndexRecord);
+    const int same = holds_image(index->fd, image);
+    if (same < 0) return -1;
+    index->renew_time = same == 1;
+    return same ? 0 : make_final_work_copy(index, image);
+}
+
+static int write_image(OpenIndex *index, const IndexImage &image)
+{
     errno = 0;
     int written = -1;
-    if (size == 0)
+    if (image.size == 0)
         errno = EINVAL; /* not even a header: nobody could read that again */
     else if (index->lazy && index->new_fd < 0)
-        written = write_lazily(index, bytes, size);
+        written = write_lazily(index, image);
     else
-        written = fill_work_copy(index, bytes, size);
+        written = fill_work_copy(index, image);
     if (written < 0) note_error(index);
     return written;
 }
 
 int mlmbx_writeidx(IndexHandle *index, IndexRecord *records)
 {
-    return write_records(open_index_of(index), records);
+    return write_image(open_index_of(index), image_of(records));
+}
+
+int IndexTransaction::replace(IndexRecord *before, IndexRecord *after)
+{
+    OpenIndex *index = open_index_of(handle_);
+    /* Bytes behind the last whole record are read by nobody, but the backup has them too. */
+    const IndexImage read = image_of(before);
+    if (static_cast<off_t>(read.size) == index->found.st_size) index->before = read;
+    index->after = image_of(after);
+    errno = 0;
+    const int written = make_final_work_copy(index, index->after);
+    if (written < 0) note_error(index);
+    return written;
 }
 
 static bool has_expunge_mark(IndexRecord *records)

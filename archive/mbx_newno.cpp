@@ -5,7 +5,9 @@
 #include "archive/mbx.h"
 #include "mlist/mlist.h"
 #include "module/guards.h"
+#include "module/host_mem.h"
 #include "module/job.h"
+#include "module/os.h"
 #include "module/tcb.h"
 #include "module/unix_sv.h"
 
@@ -19,7 +21,20 @@ static int open_failure(const DeliveryJob *job, const char *path)
     return -1;
 }
 
-int mbxnewno(DeliveryJob *job)
+/* What list_mbx_open() in the mode that writes nothing does, and closing, without the handle. */
+static int number_of(const char *path, uint32_t *number_out, KeptIndex *kept_out)
+{
+    IndexTransaction transaction;
+    MailboxSummary summary;
+    HostPtr<IndexRecord> index(load_view(&transaction, path, &summary));
+    if (index.p == nullptr) return -1;
+    *kept_out = transaction.keep_file();
+    print_summary(&summary, MAILBOX_NO_WRITE_BACK);
+    *number_out = uid_next(index.p);
+    return 0;
+}
+
+int read_new_number(DeliveryJob *job)
 {
     char path[PATH_SIZE];
     const int length =
@@ -28,9 +43,16 @@ int mbxnewno(DeliveryJob *job)
         errno = ENAMETOOLONG;
         return open_failure(job, path);
     }
-    MailboxHandle *box = list_mbx_open(path, MAILBOX_NO_WRITE_BACK);
-    if (box == nullptr) return open_failure(job, path);
-    job->new_number = uid_next(box->index);
-    list_mbx_close(box);
-    return 0;
+    if (number_of(path, &job->new_number, &job->index) == 0) return 0;
+    KeepErrno keep;
+    (void)list_mbx_rebuild(path); /* as after every open that failed */
+    return open_failure(job, path);
+}
+
+int mbxnewno(DeliveryJob *job)
+{
+    const int result = read_new_number(job);
+    if (job->index.fd > 0) (void)os->close(job->index.fd); /* only read */
+    job->index.fd = 0;
+    return result;
 }

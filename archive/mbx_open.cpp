@@ -69,21 +69,23 @@ uint32_t count_recent(IndexRecord *index)
 /* 0, or -1 when the UIDs do not ascend. */
 static int summarise(IndexRecord *index, MailboxSummary *summary_out)
 {
-    uint32_t last_uid = 0;
-    *summary_out = {message_count(index), count_recent(index), uid_validity(index), uid_next(index),
-                    0};
+    uint32_t last_uid = 0, recent = 0, first_unseen = 0;
     for (uint32_t i = 1; i < record_count(index); ++i) {
-        if (index[i].uid <= last_uid) return -1;
-        last_uid = index[i].uid;
-        if (summary_out->first_unseen == 0 && !(index[i].flags & MESSAGE_SEEN))
-            summary_out->first_unseen = i;
+        const IndexRecord record = index[i];
+        if (record.uid <= last_uid) return -1;
+        last_uid = record.uid;
+        if (record.flags & MESSAGE_RECENT) ++recent;
+        if (first_unseen == 0 && !(record.flags & MESSAGE_SEEN)) first_unseen = i;
     }
+    *summary_out = {message_count(index), recent, uid_validity(index), uid_next(index),
+                    first_unseen};
     return 0;
 }
 
-IndexRecord *load_view(IndexTransaction *transaction, const char *path, MailboxSummary *summary_out)
+IndexRecord *load_view(IndexTransaction *transaction, const char *path, MailboxSummary *summary_out,
+                       KeptIndex *kept)
 {
-    if (transaction->begin(path) < 0) {
+    if (transaction->begin(path, kept) < 0) {
         trace_sys(&g_logh, 1, 602, "mbx_open(): mbx_openidx failed %m");
         return nullptr;
     }

@@ -55,9 +55,9 @@ struct HeldIndex {
 /* A thread holds one, rarely two; what does not fit is merely not remembered. */
 static thread_local HeldIndex held_indexes[8];
 
-static bool same_file(const struct stat *left, const struct stat *right)
+static bool is_file(const KeptIndex *file, const struct stat *status)
 {
-    return left->st_dev == right->st_dev && left->st_ino == right->st_ino;
+    return file->device == status->st_dev && file->inode == status->st_ino;
 }
 
 /* A descriptor may have been closed without telling, by its owner or on another thread. */
@@ -68,18 +68,23 @@ static bool still_open(const HeldIndex *held)
            now.st_ino == held->inode;
 }
 
-void note_held_index(int fd)
+static void note_held_file(int fd, const struct stat *status)
 {
     KeepErrno keep;
-    struct stat status;
-    if (os->fstat(fd, &status) < 0) return;
     HeldIndex *place = nullptr;
     for (HeldIndex &held : held_indexes) {
         if (held.used && held.fd != fd && still_open(&held)) continue;
         held.used = false;
         if (place == nullptr) place = &held;
     }
-    if (place != nullptr) *place = {true, fd, status.st_dev, status.st_ino};
+    if (place != nullptr) *place = {true, fd, status->st_dev, status->st_ino};
+}
+
+void note_held_index(int fd)
+{
+    KeepErrno keep;
+    struct stat status;
+    if (os->fstat(fd, &status) == 0) note_held_file(fd, &status);
 }
 
 void forget_held_index(int fd)
@@ -96,39 +101,58 @@ int mllk_close(int fd)
     return os->close(fd);
 }
 
-static bool holds_index(const struct stat *status, int newly_opened_fd)
+static bool holds_index(const KeptIndex *file)
 {
     for (HeldIndex &held : held_indexes) {
-        if (!held.used || held.device != status->st_dev || held.inode != status->st_ino) continue;
-        if (held.fd != newly_opened_fd && still_open(&held)) return true;
+        if (!held.used || held.device != file->device || held.inode != file->inode) continue;
+        if (held.fd != file->fd && still_open(&held)) return true;
         held.used = false;
     }
     return false;
 }
 
 /* 1 with the lock of the file that has the name, 0 when the name moved on meanwhile, -1. */
-static int lock_named_file(int fd, const char *name)
+static int lock_named_file(const KeptIndex *file, const char *name, struct stat *named_out)
 {
-    struct stat opened, named;
-    if (os->fstat(fd, &opened) < 0) return -1;
-    if (holds_index(&opened, fd)) {
+    if (holds_index(file)) {
         errno = EDEADLK;
         return -1;
     }
-    if (lock_file(fd, LOCK_EX) < 0) return -1;
-    if (os->stat(name, &named) < 0) return errno == ENOENT ? 0 : -1;
-    return same_file(&opened, &named) ? 1 : 0;
+    if (lock_file(file->fd, LOCK_EX) < 0) return -1;
+    if (os->stat(name, named_out) < 0) return errno == ENOENT ? 0 : -1;
+    return is_file(file, named_out) ? 1 : 0;
 }
 
-int lock_index_file(const char *name)
+/* Opens the file that has the name now.  Its fd is -1 with errno on failure. */
+static KeptIndex open_named_file(const char *name)
 {
+    FdGuard file(open_waiting(name, O_RDWR, 0660));
+    struct stat opened;
+    if (file.fd < 0 || os->fstat(file.fd, &opened) < 0) return {-1, 0, 0};
+    return {file.take(), opened.st_dev, opened.st_ino};
+}
+
+int lock_index_file(const char *name, struct stat *found_out, KeptIndex *kept)
+{
+    struct stat found;
     for (;;) {
-        FdGuard file(open_waiting(name, O_RDWR, 0660));
+        const bool has_kept = kept != nullptr && kept->fd > 0;
+        const KeptIndex file = has_kept ? *kept : open_named_file(name);
+        if (has_kept) kept->fd = 0;
+        FdGuard guard(file.fd);
         if (file.fd < 0) return -1;
-        const int locked = lock_named_file(file.fd, name);
+        const int locked = lock_named_file(&file, name, &found);
         if (locked < 0) return -1;
         if (locked == 0) continue;
-        note_held_index(file.fd);
-        return file.take();
+        note_held_file(file.fd, &found);
+        if (found_out != nullptr) *found_out = found;
+        return guard.take();
     }
+}
+
+KeptIndex unlock_index_file(int fd, const struct stat *status)
+{
+    forget_held_index(fd);
+    (void)lock_file(fd, LOCK_UN); /* closing releases it in any case */
+    return {fd, status->st_dev, status->st_ino};
 }

@@ -137,6 +137,16 @@ static int discard(const char *, const char *, const char *const *, const char *
     return 1;
 }
 
+/* As mlistd has one: what is printed goes no further than the process. */
+static FILE *discarding_stream()
+{
+    static const cookie_io_functions_t functions = {
+        nullptr, [](void *, const char *, size_t size) { return static_cast<ssize_t>(size); },
+        nullptr, nullptr};
+    static FILE *const stream = fopencookie(nullptr, "w", functions);
+    return stream;
+}
+
 static char eof_text[] = "EOF";
 
 static char *keep_text(const char *)
@@ -146,8 +156,7 @@ static char *keep_text(const char *)
 
 void DeliveryList::deliver(const std::string &file, bool as_command)
 {
-    static FILE *const nowhere = fopen("/dev/null", "we");
-    mlist_set_output(nowhere);
+    mlist_set_output(discarding_stream());
     char program[] = "mlist", name[] = "mylist", marker[] = "/c";
     char *slots[] = {program, name, marker, nullptr};
     char reply[MLIST_REPLY_TEXT_SIZE] = "", result[MLIST_RESULT_TEXT_SIZE] = "";

@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 #include <stdio.h>
+#include <sys/types.h>
 #include <type_traits>
 
 #include "mlist/archive.h"
@@ -43,6 +44,13 @@ enum ContentKind {                    /* also the banner mode */
                    CONTENT_JIS = 2    /* text/plain in iso-2022-jp */
 };
 
+/* The archive's index between two transactions of a delivery: open, not locked. */
+struct KeptIndex {
+    int32_t fd; /* 0 none: hosts keep that one open themselves */
+    dev_t device;
+    ino_t inode;
+};
+
 #define LIST_NAME_SIZE 64
 #define DOMAIN_SIZE 256
 #define PATH_SIZE 1024
@@ -73,7 +81,10 @@ struct DeliveryJob {
     char content_type[LINE_SIZE + 1]; /* collected */
     int32_t content_kind;             /* ContentKind */
     MailboxHandle *mailbox;           /* the archive while it is open */
+    KeptIndex index;                  /* what numbering leaves for the hand-off */
     uint32_t append_uid;              /* the UID that mlappend() gave to the posting */
+    uint32_t journal_size;            /* of the journal when it was closed */
+    uint32_t journal_header_size;     /* 0: not known, mlappend() measures the file */
     int32_t oversize;                 /* the posting is larger than the list allows */
     char oversize_reason[64];
 };

@@ -31,14 +31,22 @@ static bool unusable_component(const char *name)
            strchr(name, '/') != nullptr;
 }
 
-static void make_directory(const char *root, const char *domain, const char *list)
+static int make_directory(const char *root, const char *domain, const char *list)
 {
     char path[PATH_SIZE];
     const int length = list != nullptr
                            ? snprintf_(path, sizeof(path), "%s/%s/%s", root, domain, list)
                            : snprintf_(path, sizeof(path), "%s/%s", root, domain);
-    if (length > static_cast<int>(sizeof(path)) - 2) return;
-    (void)os->mkdir(path, 0777); /* there already, or the steps that need it fail */
+    return length > static_cast<int>(sizeof(path)) - 2 ? 0 : os->mkdir(path, 0777);
+}
+
+/* The domain's directory, and below it the list's; there already, as nearly always, or the steps
+   that need them fail. */
+static void make_directories(const char *root, const char *domain, const char *list)
+{
+    if (list != nullptr && (make_directory(root, domain, list) == 0 || errno != ENOENT)) return;
+    (void)make_directory(root, domain, nullptr);
+    if (list != nullptr) (void)make_directory(root, domain, list);
 }
 
 void make_list_directories(const Run *run, const char *list)
@@ -46,14 +54,15 @@ void make_list_directories(const Run *run, const char *list)
     KeepErrno keep;
     const char *domain = run->request->domain;
     if (unusable_component(domain)) return;
-    make_directory(g_path_mlist, domain, list);
-    make_directory(g_mbox_list, domain, list);
+    make_directories(g_path_mlist, domain, list);
+    make_directories(g_mbox_list, domain, list);
 }
 
 /* -- arguments -- */
 
 static Verdict argument_error(Run *run)
 {
+    make_list_directories(run, nullptr); /* no list of it can be meant, but the domain is one */
     const int count = run->request->argument_count;
     trace_sys(&g_logh, 1, 372, "argument error [ac=%d]", count);
     put_outcome(501, count, run->job.thread_id);
@@ -80,8 +89,6 @@ static bool take_list_name(Run *run, bool with_marker)
 
 Verdict check_arguments(Run *run)
 {
-    make_list_directories(run, nullptr);
-
     const int count = run->request->argument_count;
     if (count != 1 && count != 2) return argument_error(run);
     if (!take_list_name(run, count == 2)) return argument_error(run);
@@ -180,15 +187,21 @@ static Verdict open_failed(Run *run, const char *operation, const char *path, in
     return Verdict::fail;
 }
 
+/* A new file.  A journal of this name may have become an archived message (a hard link) whose
+   delivery ended before the name was given up: emptying it would empty the archive's copy. */
+static FileRecord *create_journal(const char *path)
+{
+    FileRecord *journal = f_open(path, "wx");
+    if (journal != nullptr || errno != EEXIST || os->unlink(path) < 0) return journal;
+    return f_open(path, "wx");
+}
+
 static bool open_journal(Run *run)
 {
     char name[32];
     snprintf_(name, sizeof(name), "jnl/j.%d", run->job.thread_id);
     if (control_path(run->journal_path, &run->job, name) < 0) return false;
-    /* A journal of this name may have become an archived message (a hard link) whose delivery
-       ended before the name was given up: opening it would empty the archive's copy. */
-    if (os->unlink(run->journal_path) < 0 && errno != ENOENT) return false;
-    run->job.journal = f_open(run->journal_path, "w");
+    run->job.journal = create_journal(run->journal_path);
     if (run->job.journal == nullptr) return false;
     (void)Fbuffer(run->job.journal, JOURNAL_BUFFER_SIZE); /* without memory it writes directly */
     return true;

@@ -42,6 +42,7 @@ Verdict write_journal(Run *run, const char *text, JournalStep step)
     const bool others_wait = journal->write_count > 0;
     const int size = Fputs(text, journal);
     if (size < 0) return journal_failed(run, errno, others_wait ? run->waiting : step);
+    if (run->job.parse_state != STATE_BODY) meter_text(&run->header, text);
     if (journal->write_count <= static_cast<uint32_t>(size)) run->waiting = step;
     return Verdict::go_on;
 }
@@ -159,6 +160,7 @@ Verdict close_files(Run *run)
     if (write_bottom_banner(run) != Verdict::go_on) return Verdict::fail;
     FileRecord *journal = run->job.journal;
     run->job.journal = nullptr;
+    run->job.journal_size = static_cast<uint32_t>(journal->written);
     if (f_close(journal)) return Verdict::go_on;
     /* The bytes did not reach the disk: the machine's fault, so the sender's server keeps the mail
        and tries again. */

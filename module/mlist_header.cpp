@@ -69,7 +69,9 @@ static Verdict write_subject(Run *run)
 
 static Verdict write_blank_line(Run *run)
 {
-    return write_journal(run, run->line, {516, 390});
+    const Verdict verdict = write_journal(run, run->line, {516, 390});
+    run->job.journal_header_size = metered_size(&run->header);
+    return verdict;
 }
 
 static Verdict write_top_banner(Run *run)

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 
+#include "archive/mbx.h"
 #include "module/guards.h"
 #include "module/os.h"
 #include "module/unix_sv.h"
@@ -74,7 +75,7 @@ void file_unlock(DeliveryJob *job)
 
 int get_newno(DeliveryJob *job)
 {
-    if (mbxnewno(job) == 0) return 0;
+    if (read_new_number(job) == 0) return 0;
     trace_sys(&g_logh, 1, 360, "mlname=%s get_newno mbx_newno error", job->list_name);
     return -1;
 }

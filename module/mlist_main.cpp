@@ -8,6 +8,7 @@
 #include "module/mlist_access.h"
 #include "module/mlist_lock.h"
 #include "module/mlist_run.h"
+#include "module/os.h"
 #include "module/outcome.h"
 #include "module/sink.h"
 #include "module/tcb.h"
@@ -69,6 +70,7 @@ static void release_all(Run *run)
     close_message(run);
     if (run->job.journal != nullptr) (void)f_close(run->job.journal); /* its content is void */
     run->job.journal = nullptr;
+    if (run->job.index.fd > 0) (void)os->close(run->job.index.fd); /* not locked, only read */
     file_unlock(&run->job);
     out_flush();
 }

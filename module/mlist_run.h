@@ -4,6 +4,7 @@
 
 #include <stdio.h>
 
+#include "module/header_meter.h"
 #include "module/job.h"
 
 /* What a stage decided. */
@@ -27,6 +28,7 @@ struct Run {
     FILE *message;     /* the incoming message while it is read */
     char *read_buffer; /* its stdio buffer, host memory */
     char journal_path[PATH_SIZE];
+    HeaderMeter header;   /* of the journal */
     JournalStep waiting;  /* the step whose text is the first that waits in the journal's buffer */
     int member_known;     /* result of the last mail_access2(), -1 when it has to be asked again */
     char line[LINE_SIZE]; /* the piece of the message that is being handled */

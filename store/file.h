@@ -29,6 +29,10 @@ int cpyfile(const char *source, const char *target);
 /* cpyfile(), and both sizes agree afterwards.  0, or -1 with errno (ENOSPC for a short copy). */
 int copy_whole(const char *source, const char *target);
 
+/* Makes the bytes the whole of a file that has former_size bytes (0: to be created, 0600, or
+   emptied), in place, and syncs it.  0, or -1 with errno. */
+int write_whole(const char *target, const char *bytes, size_t size, size_t former_size);
+
 int delfile(const char *path);       /* 0 or -1 */
 int extfile(const char *path);       /* 1 exists, 0 not */
 int64_t stat_size(const char *path); /* bytes, or -1 */

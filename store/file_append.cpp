@@ -39,15 +39,10 @@ static int measure_header(FileRecord *file, uint32_t *size_out)
     return in_header && Ferror(file) != 0 ? -1 : 0;
 }
 
-static int measure_journal(DeliveryJob *job, Journal *journal)
+static int measure_file(DeliveryJob *job, Journal *journal)
 {
-    char name[32];
-    snprintf(name, sizeof(name), "jnl/j.%d", job->thread_id);
-    FileRecord *file = nullptr;
-    if (control_path(journal->path, job, name) == 0) {
-        journal->size = static_cast<uint32_t>(stat_size(journal->path));
-        file = f_open(journal->path, "r");
-    }
+    journal->size = static_cast<uint32_t>(stat_size(journal->path));
+    FileRecord *file = f_open(journal->path, "r");
     if (file == nullptr) return log_failure(append_open, job->list_name, journal->path);
     const int measured = measure_header(file, &journal->header_size);
     if (measured < 0) (void)log_failure(append_read, job->list_name, journal->path);
@@ -55,14 +50,27 @@ static int measure_journal(DeliveryJob *job, Journal *journal)
     return measured;
 }
 
+/* Whoever wrote the journal may know what it measures. */
+static int find_journal(DeliveryJob *job, Journal *journal)
+{
+    char name[32];
+    snprintf(name, sizeof(name), "jnl/j.%d", job->thread_id);
+    if (control_path(journal->path, job, name) < 0)
+        return log_failure(append_open, job->list_name, journal->path);
+    if (job->journal_header_size == 0) return measure_file(job, journal);
+    journal->size = job->journal_size;
+    journal->header_size = job->journal_header_size;
+    return 0;
+}
+
 /* -- a keep count above or below zero: append, and trim to it -- */
 
 static int append_to_archive(DeliveryJob *job, const char *box)
 {
     Journal journal;
-    if (measure_journal(job, &journal) < 0) return -1;
+    if (find_journal(job, &journal) < 0) return -1;
     const PostedFile file = {journal.path, journal.header_size, journal.size};
-    switch (mbx_post(box, &file, job->settings.journal, &job->append_uid)) {
+    switch (mbx_post(box, &file, job->settings.journal, &job->append_uid, &job->index)) {
     case PostResult::not_opened:
         return log_failure(append_mailbox, job->list_name, box);
     case PostResult::not_appended:

@@ -3,10 +3,10 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "module/guards.h"
 #include "module/unix_sv.h"
 #include "store/file.h"
 #include "store/ntio.h"
+#include "store/rewrite.h"
 #include "store/side_files.h"
 #include "store/str.h"
 
@@ -44,18 +44,13 @@ int anlyzline_dst(char *line, int size, uint32_t number)
 /* How the only line of the file was found. */
 enum class ReadLine { done, second_line, failed };
 
-/* Reads the first line (nothing when the file is empty) and closes the file. */
+/* Reads the first line; nothing when the file is empty. */
 static ReadLine read_only_line(FileRecord *file, char *buffer, int size)
 {
     char second[8];
-    ReadLine result = ReadLine::done;
     if (Fgets(buffer, size, file) != nullptr && Fgets(second, sizeof(second), file) != nullptr)
-        result = ReadLine::second_line;
-    else if (Ferror(file) != 0)
-        result = ReadLine::failed;
-    KeepErrno keep;
-    (void)f_close(file); /* only read */
-    return result;
+        return ReadLine::second_line;
+    return Ferror(file) != 0 ? ReadLine::failed : ReadLine::done;
 }
 
 int get_dstfile(DeliveryJob *job, const char *path, char *buffer, int size)
@@ -71,7 +66,9 @@ int get_dstfile(DeliveryJob *job, const char *path, char *buffer, int size)
         trace_sys(&g_logh, 1, 143, "mlname=%s get_dstfile f_open error %m [%s]", list, path);
         return -1;
     }
-    switch (read_only_line(file, buffer, size)) {
+    const ReadLine result = read_only_line(file, buffer, size);
+    abandon_file(file);
+    switch (result) {
     case ReadLine::done:
         return 0;
     case ReadLine::second_line:
@@ -85,10 +82,25 @@ int get_dstfile(DeliveryJob *job, const char *path, char *buffer, int size)
     return -1;
 }
 
-/* The line as it stands in the file, into LINE_SIZE bytes.  0, or -1 (logged). */
-static int read_status(const char *list, const char *path, char *line)
+/* The file as it was and as it is to be. */
+struct Status {
+    char line[LINE_SIZE];         /* its line as it was read, then with the new number */
+    char bytes[FILE_BUFFER_SIZE]; /* what it held, when that is known */
+    size_t size;
+    bool known;
+};
+
+static void keep_contents(Status *status, const FileRecord *file)
 {
-    line[0] = '\0';
+    const char *bytes = Fcontents(file, &status->size);
+    status->known = bytes != nullptr;
+    if (status->known) memcpy(status->bytes, bytes, status->size);
+}
+
+/* 0, or -1 (logged). */
+static int read_status(const char *list, const char *path, Status *status)
+{
+    status->line[0] = '\0';
     if (f_recover(path) < 0) {
         trace_sys(&g_logh, 1, 146, "mlname=%s set_dstfile recover error %m [%s]", list, path);
         return -1;
@@ -98,7 +110,10 @@ static int read_status(const char *list, const char *path, char *line)
         trace_sys(&g_logh, 1, 147, "mlname=%s set_dstfile f_open1 error %m [%s]", list, path);
         return -1;
     }
-    switch (read_only_line(file, line, LINE_SIZE)) {
+    const ReadLine result = read_only_line(file, status->line, LINE_SIZE);
+    keep_contents(status, file);
+    abandon_file(file);
+    switch (result) {
     case ReadLine::done:
         return 0;
     case ReadLine::second_line:
@@ -113,25 +128,26 @@ static int read_status(const char *list, const char *path, char *line)
 }
 
 /* Puts the line in place of the file's contents.  0, or -1 (logged). */
-static int replace_status(const char *list, const char *path, const char *line)
+static int replace_status(const char *list, const char *path, const Status *status)
 {
     SideFiles files;
-    FileRecord *file = name_side_files(path, &files) < 0 ? nullptr : open_new_file(&files);
+    FileRecord *file = name_side_files(path, &files) < 0 ? nullptr : open_draft(&files);
     if (file == nullptr) {
         trace_sys(&g_logh, 1, 151, "mlname=%s set_dstfile f_open2 error %m [%s]", list, path);
         return -1;
     }
-    if (Fputs(line, file) < 0) {
+    if (Fputs(status->line, file) < 0) {
         trace_sys(&g_logh, 1, 152, "mlname=%s set_dstfile fputs error %m [%s]", list, path);
-        KeepErrno keep;
-        (void)f_close(file); /* what was written goes now */
-        drop_new_file(&files);
+        abandon_file(file);
+        drop_draft(&files);
         return -1;
     }
     /* KEPT: a failed close of the new file goes unnoticed, here and below (153 and 156 are never
        logged); f_renew() syncs its own copy.  Test: SetDstfile.AFailedCloseGoesUnnoticed */
     (void)f_close(file);
-    if (f_renew(path) < 0) {
+    const Contents contents = {status->known ? status->bytes : nullptr, status->size, status->line,
+                               strlen(status->line)};
+    if (renew_from_draft(path, &contents) < 0) {
         trace_sys(&g_logh, 1, 154, "mlname=%s set_dstfile renew error %m [%s]", list, path);
         return -1;
     }
@@ -140,14 +156,14 @@ static int replace_status(const char *list, const char *path, const char *line)
 
 int set_dstfile(DeliveryJob *job, const char *path, uint32_t number)
 {
-    char line[LINE_SIZE];
-    if (read_status(job->list_name, path, line) < 0) return -1;
-    if (anlyzline_dst(line, sizeof(line), number) < 0) {
+    Status status;
+    if (read_status(job->list_name, path, &status) < 0) return -1;
+    if (anlyzline_dst(status.line, sizeof(status.line), number) < 0) {
         /* KEPT: the one text without the list's name.  Test: SetDstfile.AFullLineIsRefused */
         trace_sys(&g_logh, 1, 150, "set_dstfile dgtstat format2 error %m [%s]", path);
         return -1;
     }
-    return replace_status(job->list_name, path, line);
+    return replace_status(job->list_name, path, &status);
 }
 
 int reset_dstfile(DeliveryJob *job, const char *path)

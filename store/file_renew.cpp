@@ -6,8 +6,8 @@
                   left
    yes    yes     committed; F may be half overwritten               copies F.new over F, removes
                                                                      F.old, then F.new
-   -      yes     not left by a process that died; a machine that    nothing: the next rewrite
-                  lost power may have forgotten what came before     removes F.old before it
+   -      yes     a draft of the next contents (below), or what a    nothing: the next rewrite
+                  machine that lost power did not forget             removes F.old before it
                                                                      opens F.new
 
    F is overwritten in place, so that its inode, owner and mode stay.  A writer goes through these
@@ -20,7 +20,14 @@
                removes F.new                    at rest
 
    A step's names are synced where the next step relies on them.  A copy that came out short is
-   that step's failure: both side files stay, and the next f_recover() tries again. */
+   that step's failure: both side files stay, and the next f_recover() tries again.
+
+   That F.old is gone has to be on the disk before there is a F.new again that is not whole: a
+   machine that lost power might remember the one and forget the other.  A large file's writer
+   syncs the directory for it after the removal.  A small file's writer, of which every posting is
+   one, writes a draft instead: the next contents as F.old, synced, then renamed to F.new.  So its
+   F.new is whole from the first, and the only sync of the directory is that of the commit: until
+   then F is what it was. */
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
@@ -65,7 +72,7 @@ static int remove_if_there(const char *path)
 
 int clear_old_file(const SideFiles *files)
 {
-    if (extfile(files->new_path) || !extfile(files->old_path)) return 0;
+    if (!extfile(files->old_path) || extfile(files->new_path)) return 0;
     return remove_if_there(files->old_path) < 0 ? -1 : sync_names(files->old_path);
 }
 
@@ -114,18 +121,61 @@ static int fail_for_now(int outcome, const char *path)
     return -1;
 }
 
+static int first_half_failed(const char *path)
+{
+    trace_sys(&g_logh, 3, 286, "renew1 error (%m) [%s]", path);
+    return fail_for_now(472, path);
+}
+
+static int second_half_failed(const char *path)
+{
+    trace_sys(&g_logh, 3, 287, "renew2 error (%m) [%s]", path);
+    return fail_for_now(473, path);
+}
+
 int f_renew(const char *path)
 {
     SideFiles files;
-    if (name_side_files(path, &files) < 0 || f_renew1(path, files.new_path, files.old_path) < 0) {
-        trace_sys(&g_logh, 3, 286, "renew1 error (%m) [%s]", path);
-        return fail_for_now(472, path);
-    }
-    if (f_renew2(path, files.new_path, files.old_path) < 0) {
-        trace_sys(&g_logh, 3, 287, "renew2 error (%m) [%s]", path);
-        return fail_for_now(473, path);
-    }
-    return 0;
+    if (name_side_files(path, &files) < 0 || f_renew1(path, files.new_path, files.old_path) < 0)
+        return first_half_failed(path);
+    return f_renew2(path, files.new_path, files.old_path) < 0 ? second_half_failed(path) : 0;
+}
+
+/* -- replacement by a draft -- */
+
+FileRecord *open_draft(const SideFiles *files)
+{
+    return f_open(files->old_path, "w");
+}
+
+void drop_draft(const SideFiles *files)
+{
+    KeepErrno keep;
+    (void)delfile(files->old_path); /* what stays is overwritten by the next draft */
+}
+
+static int commit_draft(const char *path, const SideFiles *files, const Contents *contents)
+{
+    if (os->rename(files->old_path, files->new_path) < 0) return -1;
+    if (contents->before == nullptr) return f_renew1(path, files->new_path, files->old_path);
+    if (write_whole(files->old_path, contents->before, contents->before_size, 0) < 0) return -1;
+    return sync_names(files->old_path);
+}
+
+static int put_in_place(const char *path, const SideFiles *files, const Contents *contents)
+{
+    if (contents->before == nullptr) return f_renew2(path, files->new_path, files->old_path);
+    if (write_whole(path, contents->after, contents->after_size, contents->before_size) < 0)
+        return -1;
+    return remove_if_there(files->old_path) < 0 ? -1 : delfile(files->new_path);
+}
+
+int renew_from_draft(const char *path, const Contents *contents)
+{
+    SideFiles files;
+    if (name_side_files(path, &files) < 0 || commit_draft(path, &files, contents) < 0)
+        return first_half_failed(path);
+    return put_in_place(path, &files, contents) < 0 ? second_half_failed(path) : 0;
 }
 
 /* -- recovery -- */

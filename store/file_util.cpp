@@ -70,6 +70,15 @@ int copy_whole(const char *source, const char *target)
     return -1;
 }
 
+int write_whole(const char *target, const char *bytes, size_t size, size_t former_size)
+{
+    const int flags = former_size == 0 ? O_RDWR | O_CREAT | O_TRUNC : O_RDWR;
+    FdGuard to(open_file(target, flags, 0600));
+    if (to.fd < 0 || write_all(to.fd, bytes, size) < 0) return -1;
+    if (former_size > size && os->ftruncate(to.fd, static_cast<off_t>(size)) < 0) return -1;
+    return finish_target(to.take());
+}
+
 int delfile(const char *path)
 {
     return os->unlink(path);

@@ -59,7 +59,7 @@ struct OpenType {
 static const OpenType open_types[] = {
     {"r", O_RDONLY, 0},           {"w", O_RDWR | O_CREAT | O_TRUNC, 0660}, {"r+", O_RDWR, 0},
     {"a", O_RDWR | O_APPEND, 0}, /* KEPT: creates nothing.  Test: Ntio.AppendingNeedsTheFile */
-    {"rx", O_RDONLY | O_EXCL, 0},
+    {"rx", O_RDONLY | O_EXCL, 0}, {"wx", O_RDWR | O_CREAT | O_EXCL, 0660},
 };
 
 static const OpenType *find_open_type(const char *name)

@@ -22,11 +22,15 @@ struct FileRecord {
     char *write_buffer;   /* null: Fputs() writes straight through */
     uint32_t write_size;  /* room in write_buffer */
     uint32_t write_count; /* bytes waiting in it */
+    uint64_t written;     /* bytes that Fputs() put into the file */
+    uint32_t block_size;  /* bytes of the block that was read last */
+    uint32_t blocks;      /* how many were read */
 };
 
 /* Types: "r" read, "w" create and truncate (mode 0660), "r+" read and write, "a" append to an
-   existing file, "rx" read with O_EXCL.  Null on failure: errno as open() left it and nothing
-   logged; an unknown type logs 715 with errno 0.  errno 0 on success. */
+   existing file, "rx" read with O_EXCL, "wx" create, never open what is there (mode 0660).  Null on
+   failure: errno as open() left it and nothing logged; an unknown type logs 715 with errno 0.
+   errno 0 on success. */
 FileRecord *f_open(const char *path, const char *type);
 
 /* Drains the write buffer, syncs, closes and releases; a file only read is synced too.  1, or 0
@@ -77,5 +81,9 @@ int Fbuffer(FileRecord *record, uint32_t size);
 
 /* Writes what Fputs() collected.  0, or -2, -3 as Fputs(). */
 int Fdrain(FileRecord *record);
+
+/* The file as it lies on the disk, when it was read by lines, to its end, and was one block (8,176
+   bytes) or nothing; valid until the record is closed.  Null for a larger one. */
+const char *Fcontents(const FileRecord *record, size_t *size_out);
 
 #endif

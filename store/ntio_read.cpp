@@ -8,13 +8,15 @@
 #include "module/unix_sv.h"
 
 /* Fills the buffer with at most limit bytes, which the text in it ends behind.  What read(2)
-   answered; after 0 and -1 the buffer is empty. */
+   answered; after 0 and -1 there is no text, but the bytes of the last block still lie there. */
 static ssize_t fill_buffer(FileRecord *record, size_t limit)
 {
     const ssize_t got = read_some(record->fd, record->buffer, limit);
-    const size_t valid = got > 0 ? static_cast<size_t>(got) : 0;
-    record->buffer[valid] = '\0';
-    record->position = 0;
+    record->position = record->line_end = 0;
+    if (got <= 0) return got;
+    record->block_size = static_cast<uint32_t>(got);
+    ++record->blocks;
+    record->buffer[got] = '\0';
     /* KEPT: a zero byte cuts the rest of its block off.
        Test: LineReading.AZeroByteHidesTheRestOfItsReadBlock */
     record->line_end = static_cast<uint32_t>(strlen(record->buffer));
@@ -102,6 +104,12 @@ char *Fgets(char *destination, int size, FileRecord *record)
         }
         if (got == 0) return finish_file(&line, record);
     }
+}
+
+const char *Fcontents(const FileRecord *record, size_t *size_out)
+{
+    *size_out = record->block_size;
+    return record->blocks <= 1 ? record->buffer : nullptr;
 }
 
 /* What a read of bytes answered: false at the end of the file and on an error. */

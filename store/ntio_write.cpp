@@ -49,6 +49,7 @@ static int write_text(FileRecord *record, const char *text, size_t size)
         return -3;
     }
     record->state = 0;
+    record->written += size;
     return static_cast<int>(written);
 }
 

@@ -25,4 +25,25 @@ struct SideFiles {
 /* Removes "<path>.new": nothing is to change, or writing it failed.  errno is kept. */
 void drop_new_file(const SideFiles *files);
 
+/* -- small files, whose contents are at hand: one sync of the directory instead of two -- */
+
+/* Opens the next contents for writing under the name "<path>.old", which means nothing alone; one
+   that lies there is overwritten.  After f_recover(), which leaves no "<path>.new".  Null with
+   errno on failure, nothing logged. */
+[[nodiscard]] FileRecord *open_draft(const SideFiles *files);
+
+/* Removes a draft that could not be written.  errno is kept. */
+void drop_draft(const SideFiles *files);
+
+/* What a file holds and is to hold. */
+struct Contents {
+    const char *before; /* null: not known, the file is read */
+    size_t before_size;
+    const char *after;
+    size_t after_size;
+};
+
+/* f_renew() with a draft that has been closed. */
+int renew_from_draft(const char *path, const Contents *contents);
+
 #endif

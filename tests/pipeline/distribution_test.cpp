@@ -81,7 +81,7 @@ TEST_F(Distribution, ADigestStatusOnAFullDiskIs532AndForLater)
 {
     FaultOs faults;
     faults.before = [&](const std::string &call, const std::string &file) {
-        return call == "open" && file == path("dgtstat.new") ? ENOSPC : 0;
+        return call == "open" && file == path("dgtstat.old") ? ENOSPC : 0; /* the draft */
     };
     EXPECT_EQ(69, post_plain()) << "an open marks nothing";
     EXPECT_EQ("532 set dgtstat fail [ml=mylist] " + tid() + "\n", reply());
@@ -90,8 +90,9 @@ TEST_F(Distribution, ADigestStatusOnAFullDiskIs532AndForLater)
 TEST_F(Distribution, AFailedReplacementOfTheDigestStatusKeepsItsTextAndIsForLater)
 {
     FaultOs faults;
+    int opens = 0;
     faults.before = [&](const std::string &call, const std::string &file) {
-        return call == "open" && file == path("dgtstat.old") ? EIO : 0;
+        return call == "open" && file == path("dgtstat.old") && ++opens == 2 ? EIO : 0;
     };
     EXPECT_EQ(75, post_plain());
     EXPECT_TRUE(reply().starts_with("472 copy newfile to oldfile ")) << reply();

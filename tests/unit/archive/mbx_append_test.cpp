@@ -311,7 +311,8 @@ TEST(MailboxAppend, MakesTheFileNamesDurableBeforeTheIndex)
             call == "open " + box.name("#msg") || call == "open " + std::string(box.path()))
             if (call.compare(0, 4, "stat") != 0) order.push_back(call);
     EXPECT_EQ((Lines{"open " + box.name("#msg"), "fsync",        /* the message's name */
-                     "open " + box.name("#mix.new"), "fsync",    /* the work copy */
+                     "open " + box.name("#mix.old"), "fsync",    /* the work copy's bytes */
+                     "rename " + box.name("#mix.new"),           /* before its name */
                      "open " + box.name("#mix.old"), "fsync",    /* the backup */
                      "open " + std::string(box.path()), "fsync", /* both names */
                      "fsync",                                    /* #mix */

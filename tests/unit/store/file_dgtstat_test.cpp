@@ -184,7 +184,7 @@ TEST_F(SetDstfile, ANewFileThatCannotBeMadeIsLogged)
 {
     FaultOs fault;
     fault.before = [&](const std::string &call, const std::string &path) {
-        return call == "open" && path == path_ + ".new" ? EACCES : 0;
+        return call == "open" && path == path_ + ".old" ? EACCES : 0; /* the draft */
     };
     EXPECT_EQ(-1, set(7));
     EXPECT_EQ(
@@ -232,8 +232,9 @@ TEST_F(SetDstfile, AFailedReplacementIsLogged)
 {
     put("5");
     FaultOs fault;
+    int opens = 0;
     fault.before = [&](const std::string &call, const std::string &path) {
-        return call == "open" && path == path_ + ".old" ? EACCES : 0;
+        return call == "open" && path == path_ + ".old" && ++opens == 2 ? EACCES : 0;
     };
     EXPECT_EQ(-1, set(6));
     EXPECT_EQ(
