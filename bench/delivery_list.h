@@ -35,6 +35,8 @@ class DeliveryList
 
     void set_keep(uint32_t messages); /* "journal=" */
 
+    std::string roster() const { return control("member"); }
+
     void post(); /* a mail of 4,096 bytes; aborts when it is not accepted */
 
     /* A command mail of alice's with these lines, CR LF ended; aborts likewise. */

@@ -22,14 +22,23 @@ double seconds_now()
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
+static double seconds_of(const timeval &t)
+{
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
+}
+
 double processor_seconds()
 {
     struct rusage usage;
     getrusage(RUSAGE_SELF, &usage);
-    const auto seconds = [](const timeval &t) {
-        return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6;
-    };
-    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+    return seconds_of(usage.ru_utime) + seconds_of(usage.ru_stime);
+}
+
+double user_seconds()
+{
+    struct rusage usage;
+    getrusage(RUSAGE_SELF, &usage);
+    return seconds_of(usage.ru_utime);
 }
 
 long peak_kilobytes()

@@ -12,6 +12,7 @@ std::string directory_of(int place);
 
 double seconds_now();
 double processor_seconds(); /* user and system, of this process */
+double user_seconds();      /* user only; the kernel may know it by the tick */
 long peak_kilobytes();      /* largest resident size so far */
 double median(std::vector<double> values);
 

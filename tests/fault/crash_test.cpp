@@ -50,23 +50,10 @@ class Crash : public ::testing::TestWithParam<CrashScenario>
 {
 };
 
-/* What is not kept yet: the mark of the last commit of the index comes back, since nothing syncs
-   its removal, and makes the next work copy count before it is written. */
-static Complaints known_faults(const CrashScenario &scenario)
-{
-    if (!std::string(scenario.label).starts_with("Posting")) return {};
-    return {"an acknowledged posting is lost", "the archive holds more than it keeps",
-            "the digest forgets a posting",    "the digest status is damaged",
-            "the index was made anew",         "the next number is taken",
-            "the next posting is refused"};
-}
-
 TEST_P(Crash, LosesNothing)
 {
     const CrashFindings findings = crash_everywhere(GetParam());
-    const Complaints known = known_faults(GetParam());
-    for (const std::string &complaint : findings.complaints)
-        EXPECT_TRUE(known.contains(complaint)) << complaint << "\n" << findings.first;
+    EXPECT_EQ(Complaints{}, findings.complaints) << findings.first;
     EXPECT_GT(findings.images, 20);
     RecordProperty("disks", findings.images);
 }

@@ -110,6 +110,34 @@ TEST_F(FileUtil, AWriteThatTakesNothingEndsTheBlock)
     EXPECT_EQ(ENOSPC, errno);
 }
 
+TEST_F(FileUtil, AWholeIsWrittenInPlaceAndCutToItsLength)
+{
+    EXPECT_EQ(0, write_whole(target_.c_str(), "abc", 3, 0)) << "made";
+    EXPECT_EQ("abc", read_file(target_));
+    EXPECT_EQ(0600u, mode_of(target_));
+    struct stat before, after;
+    ASSERT_EQ(0, stat(target_.c_str(), &before));
+    EXPECT_EQ(0, write_whole(target_.c_str(), "x", 1, 3)) << "shorter";
+    EXPECT_EQ("x", read_file(target_));
+    EXPECT_EQ(0, write_whole(target_.c_str(), "longer", 6, 1));
+    EXPECT_EQ("longer", read_file(target_));
+    ASSERT_EQ(0, stat(target_.c_str(), &after));
+    EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
+TEST_F(FileUtil, AWholeThatCannotBeWrittenIsReported)
+{
+    for (const char *call : {"open", "write", "ftruncate", "fsync", "close"}) {
+        write_file(target_, "before");
+        FaultOs fault;
+        fault.before = [&](const std::string &called, const std::string &) {
+            return called == call ? EDQUOT : 0;
+        };
+        EXPECT_EQ(-1, write_whole(target_.c_str(), "x", 1, 6)) << call;
+        EXPECT_EQ(EDQUOT, errno) << call;
+    }
+}
+
 static bool is_open(int fd)
 {
     return fcntl(fd, F_GETFD) >= 0;

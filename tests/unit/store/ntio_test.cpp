@@ -70,6 +70,46 @@ TEST_F(Ntio, AppendingNeedsTheFile)
     EXPECT_EQ("one\r\ntwo\r\n", read_file(path_));
 }
 
+TEST_F(Ntio, OneTypeNeverOpensWhatIsThere)
+{
+    write_file(path_, "kept");
+    EXPECT_EQ(nullptr, f_open(path(), "wx"));
+    EXPECT_EQ(EEXIST, errno);
+    EXPECT_EQ("kept", read_file(path_));
+    ASSERT_EQ(0, unlink(path()));
+    FileRecord *file = f_open(path(), "wx");
+    ASSERT_NE(nullptr, file);
+    EXPECT_EQ(5, Fputs("new\r\n", file));
+    EXPECT_EQ(1, f_close(file));
+    EXPECT_EQ("new\r\n", read_file(path_));
+}
+
+/* Reads to the end; the contents as the record has them, or "unknown". */
+static std::string contents_after_reading(const std::string &path)
+{
+    FileRecord *file = f_open(path.c_str(), "r");
+    char line[64];
+    while (Fgets(line, sizeof(line), file) != nullptr) {
+    }
+    size_t size;
+    const char *bytes = Fcontents(file, &size);
+    const std::string contents = bytes != nullptr ? std::string(bytes, size) : "unknown";
+    EXPECT_EQ(1, f_close(file));
+    return contents;
+}
+
+TEST_F(Ntio, TheContentsOfAFileOfOneBlockAreAtHandAfterReading)
+{
+    for (const std::string &contents :
+         {std::string(""), std::string("5-7"), std::string("5-7\r\n"), std::string("a\nb\n"),
+          std::string("a\0b\nc", 5), std::string(FILE_READ_SIZE, 'x')}) {
+        write_file(path_, contents);
+        EXPECT_EQ(contents, contents_after_reading(path_));
+    }
+    write_file(path_, std::string(FILE_READ_SIZE + 1, 'x'));
+    EXPECT_EQ("unknown", contents_after_reading(path_));
+}
+
 TEST_F(Ntio, AnUnknownTypeIsRefused)
 {
     write_file(path_, "");
