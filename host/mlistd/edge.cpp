@@ -136,7 +136,9 @@ Reply reply_for(const ModuleAnswer &answer)
 
 Reply Edge::check_recipient(const ListAddress &recipient, const std::string &sender)
 {
-    if (!list_exists(host_.settings, recipient)) return {550, "5.1.1", "no such list"};
+    const auto exists = look_for_list(host_.settings, recipient);
+    if (!exists) return {451, "4.3.0", "the list cannot be looked at, try again later"};
+    if (!*exists) return {550, "5.1.1", "no such list"};
     if (recipient.role == Role::owner) {
         if (owners_of(host_.settings, recipient).empty())
             return {550, "5.1.1", "the list has no owner"};
@@ -197,7 +199,7 @@ std::optional<ModuleAnswer> Edge::deliver_own(const ListAddress &recipient, cons
                                               std::chrono::milliseconds patience)
 {
     const auto pass = gate_.enter(recipient.name(), patience);
-    if (!pass) return std::nullopt;
+    if (!pass || !in_order_(recipient)) return std::nullopt;
     ModuleAnswer answer = run_module(host_, recipient, file);
     placeholders_.restore();
     if (answer.exit_code != MLIST_EXIT_ACCEPTED)

@@ -3,6 +3,8 @@
 #ifndef HOST_MLISTD_EDGE_H
 #define HOST_MLISTD_EDGE_H
 
+#include <functional>
+
 #include "host/base/placeholders.h"
 #include "host/mlistd/lmtp/session.h"
 #include "host/mlistd/modhost/delivery.h"
@@ -11,8 +13,10 @@
 class Edge : public LmtpHandler
 {
   public:
-    Edge(const ModuleHost &host, const Placeholders &placeholders)
-        : host_(host), placeholders_(placeholders),
+    /* in_order is asked about a list before each delivery; mail waits while it says no. */
+    Edge(const ModuleHost &host, const Placeholders &placeholders,
+         std::function<bool(const ListAddress &)> in_order)
+        : host_(host), placeholders_(placeholders), in_order_(std::move(in_order)),
           gate_(static_cast<size_t>(host.settings.module_gate))
     {
     }
@@ -21,7 +25,7 @@ class Edge : public LmtpHandler
     Reply deliver(const ListAddress &recipient, const IncomingMail &mail) override;
 
     /* Mail that the daemon itself wrote: straight to the module, past all that is asked of
-       strangers.  Nothing when the list was busy for so long. */
+       strangers.  Nothing when the list was busy for so long, or is not in order. */
     std::optional<ModuleAnswer> deliver_own(const ListAddress &recipient, const std::string &file,
                                             std::chrono::milliseconds patience);
 
@@ -32,6 +36,7 @@ class Edge : public LmtpHandler
 
     const ModuleHost &host_;
     const Placeholders &placeholders_;
+    std::function<bool(const ListAddress &)> in_order_;
     DeliveryGate gate_;
 };
 

@@ -9,11 +9,19 @@
 #include "host/base/text.h"
 #include "host/mlistd/hostlog.h"
 
-bool list_exists(const Settings &settings, const ListAddress &list)
+Result<bool> look_for_list(const Settings &settings, const ListAddress &list)
 {
     struct stat init;
     const std::string path = control_path(settings, list.list, list.domain) + "/init";
-    return lstat(path.c_str(), &init) == 0 && S_ISREG(init.st_mode);
+    if (lstat(path.c_str(), &init) == 0) return S_ISREG(init.st_mode) != 0;
+    if (errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG) return false;
+    return system_error(path);
+}
+
+bool list_exists(const Settings &settings, const ListAddress &list)
+{
+    const auto found = look_for_list(settings, list);
+    return found && *found;
 }
 
 static std::vector<std::string> directories_in(const std::string &path)

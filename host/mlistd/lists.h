@@ -9,7 +9,11 @@
 #include "host/base/result.h"
 #include "host/base/settings.h"
 
-/* A list exists when its "init" is a regular file.  Looks only, creates nothing. */
+/* A list exists when its "init" is a regular file.  Looks only, creates nothing; an error when that
+   cannot be said. */
+Result<bool> look_for_list(const Settings &settings, const ListAddress &list);
+
+/* The same; what cannot be said is no. */
 bool list_exists(const Settings &settings, const ListAddress &list);
 
 /* Every list below the control root, in no order; directories whose names can be no list's are

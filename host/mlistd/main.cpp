@@ -160,7 +160,9 @@ int serve(const Settings &settings, const Placeholders &placeholders)
                                    const std::string &list) {
                               return spool->submit(file, sender, recipients, list);
                           }};
-    Edge edge(host, placeholders);
+    CheckedLists lists(module, settings);
+    Edge edge(host, placeholders,
+              [&lists](const ListAddress &list) { return lists.in_order(list); });
     const LmtpConfig config = lmtp_config(settings);
     const Fd stop_event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!stop_event) throw StartFailure{EX_OSERR, system_error("eventfd").text};
@@ -176,7 +178,8 @@ int serve(const Settings &settings, const Placeholders &placeholders)
 
     /* the lists are whole before the first mail comes */
     remove_unfinished_mail(config.in_directory);
-    check_lists(module, settings);
+    remove_unfinished_mail(settings.outbox_directory + "/.stage");
+    lists.check_all();
     const Housekeeper housekeeper(module, settings);
 
     runner->start();

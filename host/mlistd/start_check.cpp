@@ -89,7 +89,7 @@ void report_undistributed(const ListAddress &list, const std::string &journal)
                         list.name() + ": archived but not distributed: " + file.string());
 }
 
-void derive(const ModuleLibrary &module, const ListAddress &list, ListSession *session,
+bool derive(const ModuleLibrary &module, const ListAddress &list, ListSession *session,
             const char *type)
 {
     const int derived = module.derive(session, type);
@@ -98,20 +98,23 @@ void derive(const ModuleLibrary &module, const ListAddress &list, ListSession *s
     if (derived < 0)
         log_error(LOG_LIST_UNUSABLE,
                   list.name() + ": \"" + type + "\" cannot be made from the roster");
+    return derived >= 0;
 }
 
-void check_list(const ModuleLibrary &module, const Settings &settings, const ListAddress &list)
+/* Whether mail may be delivered; a file that cannot be recovered the module refuses itself. */
+bool check_list(const ModuleLibrary &module, const Settings &settings, const ListAddress &list)
 {
     const SessionHandle session = open_session(module, list);
-    if (session == nullptr) return;
+    if (session == nullptr) return false;
     const std::string directory = control_path(settings, list.list, list.domain);
     for (const char *name : rewritten_files)
         if (module.recover((directory + "/" + name).c_str()) != 0)
             log_error(LOG_LIST_UNUSABLE, list.name() + ": \"" + name + "\" cannot be recovered");
-    derive(module, list, session.get(), "active");
-    derive(module, list, session.get(), "digest");
+    bool in_order = derive(module, list, session.get(), "active");
+    in_order &= derive(module, list, session.get(), "digest");
     remove_stale(directory);
     report_undistributed(list, directory + "/jnl");
+    return in_order;
 }
 
 /* Takes the lock only where there is something to remove. */
@@ -125,15 +128,27 @@ void tidy_list(const ModuleLibrary &module, const Settings &settings, const List
 
 } // namespace
 
-void check_lists(const ModuleLibrary &module, const Settings &settings)
+void CheckedLists::check_all()
 {
-    for (const ListAddress &list : all_lists(settings))
-        check_list(module, settings, list);
+    for (const ListAddress &list : all_lists(settings_))
+        (void)in_order(list);
 }
 
-void remove_unfinished_mail(const std::string &in_directory)
+bool CheckedLists::in_order(const ListAddress &list)
 {
-    for (const auto &file : files_in(in_directory))
+    {
+        const std::lock_guard lock(mutex_);
+        if (in_order_.contains(list.name())) return true;
+    }
+    if (!check_list(module_, settings_, list)) return false;
+    const std::lock_guard lock(mutex_);
+    in_order_.insert(list.name());
+    return true;
+}
+
+void remove_unfinished_mail(const std::string &directory)
+{
+    for (const auto &file : files_in(directory))
         unlink(file.c_str());
 }
 

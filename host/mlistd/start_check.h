@@ -4,18 +4,42 @@
 
 #include <condition_variable>
 #include <mutex>
+#include <set>
+#include <string>
 #include <thread>
 
+#include "host/base/names.h"
 #include "host/base/settings.h"
 #include "host/mlistd/modhost/library.h"
 
-/* Every list, under its lock: rewrites that were cut short are finished or discarded, "active" and
-   "digest" made anew where they disagree with the roster (a kill between the rewrites leaves them
-   behind), old work files removed.  A list that resists is logged and left. */
-void check_lists(const ModuleLibrary &module, const Settings &settings);
+/* Which lists are in order.  Under a list's lock rewrites that were cut short are finished or
+   discarded, "active" and "digest" made anew where they disagree with the roster (a kill between
+   the rewrites leaves them behind: somebody's mail would go nowhere), old work files removed.  A
+   list that resists is logged, and checked again whenever it is asked about.  From any thread. */
+class CheckedLists
+{
+  public:
+    CheckedLists(const ModuleLibrary &module, const Settings &settings)
+        : module_(module), settings_(settings)
+    {
+    }
 
-/* Mail that an earlier process was still receiving: nobody has been told that it was taken. */
-void remove_unfinished_mail(const std::string &in_directory);
+    /* Every list that there is. */
+    void check_all();
+
+    /* Checks what was not in order so far; false while it is not. */
+    bool in_order(const ListAddress &list);
+
+  private:
+    const ModuleLibrary &module_;
+    const Settings &settings_;
+    std::mutex mutex_;
+    std::set<std::string> in_order_;
+};
+
+/* The files of a directory where an earlier process was still writing mail that it has told nobody
+   about, or that lies elsewhere too. */
+void remove_unfinished_mail(const std::string &directory);
 
 /* Removes old work files of the lists now and then, on a thread of its own. */
 class Housekeeper

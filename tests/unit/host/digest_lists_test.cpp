@@ -65,7 +65,7 @@ class DigestListsTest : public testing::Test
                         return std::string("1");
                     }};
     Placeholders placeholders;
-    Edge edge{host, placeholders};
+    Edge edge{host, placeholders, [](const ListAddress &) { return true; }};
     ModuleDigestLists lists{host, edge};
 };
 

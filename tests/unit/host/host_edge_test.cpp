@@ -1,5 +1,6 @@
 /* What the daemon decides itself, and the module's answers as LMTP says them. */
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <fcntl.h>
@@ -186,11 +187,30 @@ class EdgeTest : public testing::Test
             return std::to_string(queued.size());
         }};
     Placeholders placeholders;
-    Edge edge{host, placeholders};
+    bool in_order = true;
+    Edge edge{host, placeholders, [this](const ListAddress &) { return in_order; }};
     const std::string mail = scratch.path("mail");
 };
 
 } // namespace
+
+TEST_F(EdgeTest, AListThatIsNotInOrderTakesNoMailYet)
+{
+    make_list("one");
+    in_order = false;
+    EXPECT_EQ(451, deliver("one@d").code);
+    EXPECT_EQ(451, deliver("one-ctl@d", {.from = "a@x"}).code);
+    in_order = true;
+    EXPECT_EQ(250, deliver("one@d").code);
+}
+
+TEST_F(EdgeTest, AListThatCannotBeLookedAtIsNotUnknown)
+{
+    settings.control_root = scratch.path("control");
+    ASSERT_EQ(0, symlink("loop", settings.control_root.c_str()));
+    ASSERT_EQ(0, symlink("control", scratch.path("loop").c_str()));
+    EXPECT_EQ(451, check("one@d").code);
+}
 
 TEST_F(EdgeTest, KnowsOnlyListsWithASettingsFile)
 {
