@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "fuzz/demand.h"
+#include "fuzz/memory_directory.h"
 #include "host/mlistd/lmtp/session.h"
 #include "mlog.h"
 
@@ -65,7 +66,7 @@ struct Server {
     Server()
     {
         mlog_set_target("none");
-        std::string pattern = std::filesystem::temp_directory_path() / "mlist-fuzz-XXXXXX";
+        std::string pattern = memory_directory() + "/mlist-fuzz-XXXXXX";
         config.hostname = "h";
         config.control_suffixes = {"-ctl"};
         config.in_directory = mkdtemp(pattern.data());

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "fuzz/demand.h"
+#include "fuzz/memory_directory.h"
 #include "host/base/text.h"
 #include "host/mlistd/spool/calls.h"
 #include "host/mlistd/spool/envelope.h"
@@ -24,8 +25,7 @@ class QueueFile
   public:
     QueueFile()
     {
-        path_ = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-        path_ += "/fuzz-queue-XXXXXX";
+        path_ = memory_directory() + "/fuzz-queue-XXXXXX";
         file_.reset(mkstemp(path_.data()));
         demand(file_);
     }

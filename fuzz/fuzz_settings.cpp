@@ -4,6 +4,7 @@
 
 #include "fuzz/demand.h"
 #include "fuzz/quick_list.h"
+#include "mlist/mlist.h"
 #include "module/module_vars.h"
 #include "tests/reference/settings.h"
 

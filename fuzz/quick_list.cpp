@@ -1,26 +1,22 @@
 #include "fuzz/quick_list.h"
 
+#include <stdio.h>
 #include <stdlib.h>
-#include <string.h>
-#include <unistd.h>
 
-QuickList::Surroundings::Surroundings() : calls(kernel_calls)
+#include "fuzz/memory_directory.h"
+#include "mlist/mlist.h"
+#include "module/os.h"
+#include "tests/reference/line_reader.h"
+
+QuickSurroundings::QuickSurroundings()
 {
-    if (access("/dev/shm", W_OK) == 0) setenv("TMPDIR", "/dev/shm", 0);
+    static OsCalls calls = kernel_calls;
     calls.fsync = [](int) { return 0; };
     calls.time = [](time_t *) -> time_t { return QUICK_LIST_NOW; };
     os = &calls;
+    setenv("TMPDIR", memory_directory().c_str(), 1);
     mlist_set_output(fopen("/dev/null", "we"));
 }
-
-/* Before the list, whose directory it chooses. */
-QuickList::Surroundings *QuickList::surroundings()
-{
-    static Surroundings all;
-    return &all;
-}
-
-QuickList::QuickList() : list((surroundings(), "mylist")) {}
 
 ArgumentAndFile argument_and_file(const uint8_t *data, size_t size)
 {

@@ -2,33 +2,25 @@
 #ifndef FUZZ_QUICK_LIST_H
 #define FUZZ_QUICK_LIST_H
 
+#include <stddef.h>
 #include <stdint.h>
-#include <stdio.h>
 
 #include <string>
 #include <vector>
 
-#include "mlist/mlist.h"
-#include "module/os.h"
-#include "tests/reference/line_reader.h"
 #include "tests/support/temp_list.h"
 
-/* A list in memory where the machine has a place for that; nothing is synced, what is printed is
-   gone, and it is always the same time. */
-class QuickList
+/* Nothing is synced, what is printed is gone, it is always the same time, and temporary directories
+   are in memory. */
+struct QuickSurroundings {
+    QuickSurroundings();
+};
+
+class QuickList : QuickSurroundings
 {
   public:
-    QuickList();
-
     TempList list;
     DeliveryJob *job() { return list.job(); }
-
-  private:
-    struct Surroundings {
-        Surroundings();
-        OsCalls calls;
-    };
-    static Surroundings *surroundings();
 };
 
 #define QUICK_LIST_NOW 1794700000 /* in 2026 */

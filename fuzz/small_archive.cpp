@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "fuzz/memory_directory.h"
 #include "mlist/archive.h"
 
 namespace fs = std::filesystem;
@@ -32,8 +33,7 @@ static std::string &directory()
 
 static std::string make_mailbox()
 {
-    std::string name = access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp";
-    name += "/fuzz-archive-XXXXXX";
+    std::string name = memory_directory() + "/fuzz-archive-XXXXXX";
     demand(mkdtemp(name.data()) != nullptr);
     directory() = name;
     atexit([] {
