@@ -199,9 +199,10 @@ std::optional<ModuleAnswer> Edge::deliver_own(const ListAddress &recipient, cons
                                               std::chrono::milliseconds patience)
 {
     const auto pass = gate_.enter(recipient.name(), patience);
-    if (!pass || !in_order_(recipient)) return std::nullopt;
+    if (!pass || !order_.in_order(recipient)) return std::nullopt;
     ModuleAnswer answer = run_module(host_, recipient, file);
     placeholders_.restore();
+    if (reply_for(answer).code == 451) order_.doubt(recipient);
     if (answer.exit_code != MLIST_EXIT_ACCEPTED)
         log_warning(LOG_MODULE, recipient.name() + ": exit " + std::to_string(answer.exit_code) +
                                     " " + one_line(answer.reply_text));

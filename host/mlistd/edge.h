@@ -3,20 +3,27 @@
 #ifndef HOST_MLISTD_EDGE_H
 #define HOST_MLISTD_EDGE_H
 
-#include <functional>
-
 #include "host/base/placeholders.h"
 #include "host/mlistd/lmtp/session.h"
 #include "host/mlistd/modhost/delivery.h"
 #include "host/mlistd/modhost/gate.h"
 
+/* Whether lists' files are in order. */
+class ListOrder
+{
+  public:
+    virtual ~ListOrder() = default;
+    /* Asked before each delivery; mail waits while the answer is no. */
+    virtual bool in_order(const ListAddress &list) = 0;
+    /* A delivery to the list met a fault of the machine, maybe between two of its files. */
+    virtual void doubt(const ListAddress &list) = 0;
+};
+
 class Edge : public LmtpHandler
 {
   public:
-    /* in_order is asked about a list before each delivery; mail waits while it says no. */
-    Edge(const ModuleHost &host, const Placeholders &placeholders,
-         std::function<bool(const ListAddress &)> in_order)
-        : host_(host), placeholders_(placeholders), in_order_(std::move(in_order)),
+    Edge(const ModuleHost &host, const Placeholders &placeholders, ListOrder &order)
+        : host_(host), placeholders_(placeholders), order_(order),
           gate_(static_cast<size_t>(host.settings.module_gate))
     {
     }
@@ -36,7 +43,7 @@ class Edge : public LmtpHandler
 
     const ModuleHost &host_;
     const Placeholders &placeholders_;
-    std::function<bool(const ListAddress &)> in_order_;
+    ListOrder &order_;
     DeliveryGate gate_;
 };
 

@@ -161,8 +161,7 @@ int serve(const Settings &settings, const Placeholders &placeholders)
                               return spool->submit(file, sender, recipients, list);
                           }};
     CheckedLists lists(module, settings);
-    Edge edge(host, placeholders,
-              [&lists](const ListAddress &list) { return lists.in_order(list); });
+    Edge edge(host, placeholders, lists);
     const LmtpConfig config = lmtp_config(settings);
     const Fd stop_event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!stop_event) throw StartFailure{EX_OSERR, system_error("eventfd").text};

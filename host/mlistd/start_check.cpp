@@ -146,6 +146,12 @@ bool CheckedLists::in_order(const ListAddress &list)
     return true;
 }
 
+void CheckedLists::doubt(const ListAddress &list)
+{
+    const std::lock_guard lock(mutex_);
+    in_order_.erase(list.name());
+}
+
 void remove_unfinished_mail(const std::string &directory)
 {
     for (const auto &file : files_in(directory))

@@ -10,13 +10,15 @@
 
 #include "host/base/names.h"
 #include "host/base/settings.h"
+#include "host/mlistd/edge.h"
 #include "host/mlistd/modhost/library.h"
 
 /* Which lists are in order.  Under a list's lock rewrites that were cut short are finished or
    discarded, "active" and "digest" made anew where they disagree with the roster (a kill between
    the rewrites leaves them behind: somebody's mail would go nowhere), old work files removed.  A
-   list that resists is logged, and checked again whenever it is asked about.  From any thread. */
-class CheckedLists
+   list that resists is logged, and checked again whenever it is asked about; so is one after a
+   fault of the machine.  From any thread. */
+class CheckedLists : public ListOrder
 {
   public:
     CheckedLists(const ModuleLibrary &module, const Settings &settings)
@@ -27,8 +29,9 @@ class CheckedLists
     /* Every list that there is. */
     void check_all();
 
-    /* Checks what was not in order so far; false while it is not. */
-    bool in_order(const ListAddress &list);
+    /* Checks what is not known to be in order. */
+    bool in_order(const ListAddress &list) override;
+    void doubt(const ListAddress &list) override;
 
   private:
     const ModuleLibrary &module_;

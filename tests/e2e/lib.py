@@ -315,7 +315,10 @@ class Daemon:
             for reply in (client.mail(sender), client.rcpt(to)):
                 if reply[0] >= 300:
                     return reply
-            return client.data(mail)
+            try:
+                return client.data(mail)
+            except smtplib.SMTPDataError as refused:    # before the mail was sent
+                return refused.smtp_code, refused.smtp_error
 
     def accept(self, mail, **options):
         code, text = self.post(mail, **options)

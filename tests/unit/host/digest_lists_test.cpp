@@ -65,7 +65,11 @@ class DigestListsTest : public testing::Test
                         return std::string("1");
                     }};
     Placeholders placeholders;
-    Edge edge{host, placeholders, [](const ListAddress &) { return true; }};
+    struct Order : ListOrder {
+        bool in_order(const ListAddress &) override { return true; }
+        void doubt(const ListAddress &) override {}
+    } order;
+    Edge edge{host, placeholders, order};
     ModuleDigestLists lists{host, edge};
 };
 

@@ -187,8 +187,13 @@ class EdgeTest : public testing::Test
             return std::to_string(queued.size());
         }};
     Placeholders placeholders;
-    bool in_order = true;
-    Edge edge{host, placeholders, [this](const ListAddress &) { return in_order; }};
+    struct Order : ListOrder {
+        bool in_order(const ListAddress &) override { return answer; }
+        void doubt(const ListAddress &list) override { doubted.push_back(list.name()); }
+        bool answer = true;
+        std::vector<std::string> doubted;
+    } order;
+    Edge edge{host, placeholders, order};
     const std::string mail = scratch.path("mail");
 };
 
@@ -197,11 +202,22 @@ class EdgeTest : public testing::Test
 TEST_F(EdgeTest, AListThatIsNotInOrderTakesNoMailYet)
 {
     make_list("one");
-    in_order = false;
+    order.answer = false;
     EXPECT_EQ(451, deliver("one@d").code);
     EXPECT_EQ(451, deliver("one-ctl@d", {.from = "a@x"}).code);
-    in_order = true;
+    order.answer = true;
     EXPECT_EQ(250, deliver("one@d").code);
+}
+
+TEST_F(EdgeTest, AListIsDoubtedAfterAFaultOfTheMachine)
+{
+    for (const char *name : {"one", "refuse", "later"})
+        make_list(name);
+    EXPECT_EQ(250, deliver("one@d").code);
+    EXPECT_EQ(550, deliver("refuse@d").code);
+    EXPECT_EQ(std::vector<std::string>{}, order.doubted);
+    EXPECT_EQ(451, deliver("later@d").code);
+    EXPECT_EQ(std::vector<std::string>{"later@d"}, order.doubted);
 }
 
 TEST_F(EdgeTest, AListThatCannotBeLookedAtIsNotUnknown)
