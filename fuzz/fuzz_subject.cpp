@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 
@@ -56,7 +57,8 @@ static std::string tag_of(DeliveryJob *job)
     return tag;
 }
 
-/* Whether a text is made of ASCII and of runs of whole kanji, each with its escapes. */
+/* Whether a text is made of ASCII and of runs of whole kanji, each with its escapes, and of more
+   than blanks between them: those are lost between encoded words. */
 static bool is_whole(const std::string &text)
 {
     for (size_t at = 0; at < text.size();) {
@@ -72,6 +74,8 @@ static bool is_whole(const std::string &text)
         for (size_t i = at + 3; i < end; ++i)
             if (text[i] < 0x21 || text[i] > 0x7e) return false;
         at = end + 3;
+        const size_t behind = std::min(text.find_first_not_of(' ', at), text.size());
+        if (behind > at && text.compare(behind, 2, "\x1b$") == 0) return false;
     }
     return true;
 }
