@@ -41,8 +41,9 @@ static int measure_header(FileRecord *file, uint32_t *size_out)
 
 static int measure_file(DeliveryJob *job, Journal *journal)
 {
-    journal->size = static_cast<uint32_t>(stat_size(journal->path));
-    FileRecord *file = f_open(journal->path, "r");
+    const int64_t size = stat_size(journal->path);
+    journal->size = static_cast<uint32_t>(size);
+    FileRecord *file = size < 0 ? nullptr : f_open(journal->path, "r");
     if (file == nullptr) return log_failure(append_open, job->list_name, journal->path);
     const int measured = measure_header(file, &journal->header_size);
     if (measured < 0) (void)log_failure(append_read, job->list_name, journal->path);

@@ -151,11 +151,19 @@ static const FailText *presence_of(const char *path, const PresenceTexts &texts)
     return size == 0 ? &texts.empty : &texts.available;
 }
 
+/* Whether a side file is there that recovery could do nothing about. */
+static bool is_unrepairable(const char *path)
+{
+    SideFiles files;
+    return name_side_files(path, &files) < 0 || extfile(files.new_path);
+}
+
 static int is_absent(DeliveryJob *job, const PresenceTexts &texts)
 {
     char path[PATH_SIZE];
     const FailText *found = &texts.recover;
-    if (control_path(path, job, texts.name) == 0 && f_recover(path) == 0)
+    if (control_path(path, job, texts.name) == 0 &&
+        (f_recover(path) == 0 || !is_unrepairable(path)))
         found = presence_of(path, texts);
     (void)log_failure(*found, job->list_name, path);
     return found == &texts.available ? 0 : 1;

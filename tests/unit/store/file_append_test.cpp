@@ -256,6 +256,20 @@ TEST_F(Append, AMissingJournalIsAFailure)
     EXPECT_EQ(header(1, 1), index());
 }
 
+/* Its size goes into the index, and readers go by that. */
+TEST_F(Append, AJournalOfUnknownSizeIsAFailure)
+{
+    write_file(journal(), "a: b\r\n\r\nbody\r\n");
+    FaultOs fault;
+    fault.before = [](const std::string &call, const std::string &path) {
+        return call == "stat" && path.find("/jnl/") != std::string::npos ? EIO : 0;
+    };
+    EXPECT_EQ(-1, mlappend(list.job()));
+    EXPECT_EQ(header(1, 1), index());
+    EXPECT_TRUE(logged(
+        293, "mlname=mylist mlappend f_open error Input/output error [fn=" + journal() + "]\n"));
+}
+
 TEST_F(Append, AJournalThatCannotBeReadIsAFailure)
 {
     mkdir(journal().c_str(), 0700);

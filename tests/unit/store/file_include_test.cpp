@@ -370,12 +370,16 @@ TEST(NotExist, TellsWhetherThereIsAnyoneToSendTo)
 TEST(NotExist, AFileThatCannotBeLookedAtIsLeftToItsReader)
 {
     TempList list;
-    FaultOs fault;
-    fault.before = [](const std::string &call, const std::string &path) {
-        return call == "stat" && (path.ends_with("/active") || path.ends_with("/digest")) ? EIO : 0;
-    };
-    EXPECT_EQ(0, notexist_active(list.job()));
-    EXPECT_EQ(0, notexist_digest(list.job()));
+    for (const std::string name : {"/active", "/digest", "/active.new", "/digest.new"}) {
+        list.put("active", "a@b\r\n");
+        list.put("digest", "a@b\r\n");
+        FaultOs fault;
+        fault.before = [&](const std::string &call, const std::string &path) {
+            return call == "stat" && path.ends_with(name) ? EIO : 0;
+        };
+        EXPECT_EQ(0, notexist_active(list.job())) << name;
+        EXPECT_EQ(0, notexist_digest(list.job())) << name;
+    }
     (void)take_log();
 }
 
