@@ -6,8 +6,6 @@
 #include <map>
 #include <set>
 
-#include "tests/support/without_sync.h"
-
 static void replace_all(std::string *text, const std::string &what, const std::string &with)
 {
     for (size_t at = 0; (at = text->find(what, at)) != std::string::npos; at += with.size())
@@ -104,7 +102,7 @@ CrashFindings crash_everywhere(const CrashScenario &scenario, const LeftOutSync 
 {
     CrashFindings findings;
     World world(scenario.settings);
-    const WithoutSync quick;
+    const StillMachine still;
     std::vector<Known> known;
     std::set<std::pair<size_t, DiskImage>> images; /* with the last thing known */
     std::map<std::pair<size_t, DiskImage>, size_t> moments;

@@ -16,6 +16,21 @@
    tests make and remove files by the hundred thousand.  Sets TMPDIR if nobody did. */
 std::string temporary_root();
 
+/* While it lives, nothing is synced and the clock stands still: ids and dates are those of the run
+   that it is compared with.  Make it before any FaultOs. */
+class StillMachine
+{
+  public:
+    StillMachine();
+    ~StillMachine() { os = former_; }
+    StillMachine(const StillMachine &) = delete;
+    StillMachine &operator=(const StillMachine &) = delete;
+
+  private:
+    const OsCalls *former_;
+    OsCalls calls_;
+};
+
 struct Outcome {
     int exit;          /* ModuleMain()'s, or 0 and 75 for operations without one */
     std::string reply; /* its text */
@@ -56,6 +71,7 @@ class World
     struct Promises {
         std::set<int> acknowledged;              /* postings: the module answered 0 */
         std::set<std::pair<uint32_t, int>> sent; /* number and posting: handed to the host */
+        std::set<int> denied;                    /* the sender got them back */
         std::set<uint32_t> digested;             /* numbers that went out in a digest */
     };
     Promises promises;
@@ -68,6 +84,7 @@ class World
     OutCapture out;
     FakeHost host;
     std::function<void()> on_submit; /* after the host took something */
+    std::function<bool()> is_dead;   /* from then on nothing is handed over or acknowledged */
 
   private:
     Outcome deliver(const std::string &text, const std::vector<std::string> &arguments);

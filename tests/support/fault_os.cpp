@@ -3,6 +3,7 @@
 #include <errno.h>
 #include <fcntl.h>
 
+#include <initializer_list>
 #include <map>
 
 namespace
@@ -12,9 +13,11 @@ struct State {
     const OsCalls *former = nullptr;
     OsCalls record = {};
     bool dead = false;
-    int changes_left = -1; /* -1: none is to fail */
-    int change_error = 0;
+    int calls_left = -1; /* -1: none is to fail */
+    int fault = 0;
+    bool any_call = false; /* counted are all calls that can meet the fault, not changes */
     bool reached = false;
+    std::string reached_call;
     std::map<int, std::string> opened; /* descriptors and the names they were opened by */
 };
 State state;
@@ -28,33 +31,100 @@ bool is_change(const std::string &call, int flags)
     return false;
 }
 
-/* Whether the call may go on; else errno is set. */
-bool verdict_on(const std::string &call, const std::string &path, int flags = 0)
+bool is_one_of(const std::string &call, std::initializer_list<const char *> names)
+{
+    for (const char *name : names)
+        if (call == name) return true;
+    return false;
+}
+
+/* Whether the call can end in that way.  The size is that of data. */
+bool can_meet(int fault, const std::string &call, int flags, size_t size)
+{
+    const bool writes = is_one_of(call, {"write", "pwrite"});
+    const bool reads = is_one_of(call, {"read", "pread"});
+    switch (fault) {
+    case SHORT_WRITE:
+        return writes && size > 1;
+    case SHORT_READ:
+        return reads && size > 1;
+    case KILL:
+        return is_change(call, flags);
+    case EMFILE:
+        return call == "open";
+    case EINTR:
+        return writes || reads || is_one_of(call, {"open", "close", "fsync", "ftruncate", "flock"});
+    case ENOSPC:
+    case EDQUOT:
+        return (is_change(call, flags) && !is_one_of(call, {"unlink", "rmdir", "futimens"})) ||
+               call == "close";
+    case ENOMEM:
+        return !reads && !writes && call != "close";
+    default:
+        return call != "lseek";
+    }
+}
+
+struct Call {
+    std::string name, path;
+    int flags = 0;
+    size_t size = 0;
+};
+
+bool is_the_one(const Call &call)
+{
+    if (state.calls_left < 0) return false;
+    const bool counts = state.any_call ? can_meet(state.fault, call.name, call.flags, call.size)
+                                       : is_change(call.name, call.flags);
+    if (!counts || state.calls_left-- != 0) return false;
+    state.reached = true;
+    state.reached_call = call.name + " " + call.path;
+    return true;
+}
+
+/* What happens to the call: 0 nothing, or a fault. */
+int verdict_on(const Call &call)
 {
     FaultOs &owner = *state.owner;
-    int verdict = owner.before ? owner.before(call, path) : 0;
-    if (verdict == 0 && state.changes_left >= 0 && is_change(call, flags) &&
-        state.changes_left-- == 0) {
-        state.reached = true;
-        verdict = state.change_error;
-    }
-    if (verdict < 0) state.dead = true;
-    if (state.dead) verdict = EIO;
+    int verdict = owner.before ? owner.before(call.name, call.path) : 0;
+    if (verdict == 0 && is_the_one(call)) verdict = state.fault;
+    if (verdict == KILL) state.dead = true;
+    return state.dead ? EIO : verdict;
+}
+
+/* Whether the call may go on; else errno is set. */
+bool may_go_on(const char *call, const char *path, int flags = 0)
+{
+    state.owner->calls.push_back(std::string(call) + " " + path);
+    const int verdict = verdict_on({call, path, flags});
     if (verdict != 0) errno = verdict;
     return verdict == 0;
 }
 
-bool may_go_on(const char *call, const char *path, int flags = 0)
+std::string name_of(int fd)
 {
-    state.owner->calls.push_back(std::string(call) + " " + path);
-    return verdict_on(call, path, flags);
+    const auto name = state.opened.find(fd);
+    return name != state.opened.end() ? name->second : "";
 }
 
 bool may_go_on(const char *call, int fd)
 {
     state.owner->calls.push_back(call);
-    const auto name = state.opened.find(fd);
-    return verdict_on(call, name != state.opened.end() ? name->second : "");
+    const int verdict = verdict_on({call, name_of(fd)});
+    if (verdict != 0) errno = verdict;
+    return verdict == 0;
+}
+
+/* The same for reading and writing; a short one gets its size halved. */
+bool may_move(const char *call, int fd, size_t *size)
+{
+    state.owner->calls.push_back(call);
+    const int verdict = verdict_on({call, name_of(fd), 0, *size});
+    if (verdict == SHORT_WRITE || verdict == SHORT_READ)
+        *size /= 2;
+    else if (verdict != 0)
+        errno = verdict;
+    return verdict <= 0;
 }
 
 size_t cut(size_t size)
@@ -87,21 +157,22 @@ OsCalls fault_calls()
         const bool go_on = may_go_on("close", fd);
         const int saved = errno;
         const int result = real().close(fd);
+        state.opened.erase(fd);
         if (go_on) return result;
         errno = saved;
         return -1;
     };
     calls.read = [](int fd, void *data, size_t size) -> ssize_t {
-        return may_go_on("read", fd) ? real().read(fd, data, size) : -1;
+        return may_move("read", fd, &size) ? real().read(fd, data, size) : -1;
     };
     calls.pread = [](int fd, void *data, size_t size, off_t offset) -> ssize_t {
-        return may_go_on("pread", fd) ? real().pread(fd, data, size, offset) : -1;
+        return may_move("pread", fd, &size) ? real().pread(fd, data, size, offset) : -1;
     };
     calls.write = [](int fd, const void *data, size_t size) -> ssize_t {
-        return may_go_on("write", fd) ? real().write(fd, data, cut(size)) : -1;
+        return may_move("write", fd, &size) ? real().write(fd, data, cut(size)) : -1;
     };
     calls.pwrite = [](int fd, const void *data, size_t size, off_t offset) -> ssize_t {
-        return may_go_on("pwrite", fd) ? real().pwrite(fd, data, cut(size), offset) : -1;
+        return may_move("pwrite", fd, &size) ? real().pwrite(fd, data, cut(size), offset) : -1;
     };
     calls.lseek = [](int fd, off_t offset, int whence) -> off_t {
         return may_go_on("lseek", fd) ? real().lseek(fd, offset, whence) : -1;
@@ -172,12 +243,43 @@ FaultOs::~FaultOs()
 
 void FaultOs::fail_nth_change(int nth, int error)
 {
-    state.changes_left = nth;
-    state.change_error = error;
-    state.reached = false;
+    state.calls_left = nth;
+    state.fault = error;
+    state.any_call = state.reached = false;
+}
+
+void FaultOs::disturb_nth_call(int nth, int fault)
+{
+    fail_nth_change(nth, fault);
+    state.any_call = true;
 }
 
 bool FaultOs::disturbed() const
 {
     return state.reached;
+}
+
+std::string FaultOs::disturbed_call() const
+{
+    return state.reached_call;
+}
+
+bool FaultOs::dead() const
+{
+    return state.dead;
+}
+
+std::vector<std::string> FaultOs::open_files() const
+{
+    std::vector<std::string> names;
+    for (const auto &[fd, name] : state.opened)
+        names.push_back(name);
+    return names;
+}
+
+void FaultOs::close_open_files()
+{
+    for (const auto &[fd, name] : state.opened)
+        (void)real().close(fd);
+    state.opened.clear();
 }

@@ -8,6 +8,13 @@
 
 #include "module/os.h"
 
+/* What happens to one call.  Positive values are an errno. */
+enum Fault {
+    KILL = -1, /* the process dies: this and every later call does nothing and fails with EIO */
+    SHORT_WRITE = -2, /* write or pwrite takes the first half */
+    SHORT_READ = -3,  /* read or pread brings the first half */
+};
+
 /* While it lives, calls pass through its members; destroyed, the former record is back.  One at a
    time, while no other thread is in the module. */
 class FaultOs
@@ -28,7 +35,19 @@ class FaultOs
        pwrite, fsync, ftruncate, futimens, link, rename, unlink, mkdir, rmdir) with error, or dies
        there when error is -1. */
     void fail_nth_change(int nth, int error);
-    bool disturbed() const; /* whether that call was reached */
+
+    /* The same for the n-th call of any kind to which that can happen: short writes to writes of
+       more than a byte, EMFILE to opens, EINTR to what may wait, a full disk to what takes room. */
+    void disturb_nth_call(int nth, int fault);
+
+    bool disturbed() const;             /* whether that call was reached */
+    std::string disturbed_call() const; /* "call path" of it */
+    bool dead() const;
+
+    /* Descriptors that were opened and not closed since.  A dead process has none: its files and
+       locks are closed, which a test does with this before it starts afresh. */
+    std::vector<std::string> open_files() const; /* their names */
+    void close_open_files();
 
     time_t now = 0;                 /* 0: the real clock */
     long nanoseconds = 0;           /* beside now */
