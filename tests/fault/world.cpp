@@ -161,7 +161,7 @@ void World::note_submission(const Submission &submission)
     const bool is_digest = submission.has_recipient_file && !is_posting;
     if (is_posting)
         promises.sent.emplace(number_in(submission.content), posting_in(submission.content));
-    if (submission.has_recipients) promises.denied.insert(posting_in(submission.content));
+    if (submission.has_recipients) promises.excused.insert(posting_in(submission.content));
     if (is_digest) promises.digested.merge(numbers_in(list.get("dgtstat"), &damage));
     if (on_submit) on_submit();
 }
@@ -185,7 +185,9 @@ Outcome World::post(int posting)
 Outcome World::post_as(const std::string &sender, int posting)
 {
     const Outcome outcome = deliver(mail_of(posting, sender), {"mylist"});
-    if (outcome.exit == 0 && !(is_dead && is_dead())) promises.acknowledged.insert(posting);
+    if (outcome.exit != 0 || (is_dead && is_dead())) return outcome;
+    promises.acknowledged.insert(posting);
+    if (list.get("active").empty()) promises.excused.insert(posting);
     return outcome;
 }
 
@@ -267,7 +269,7 @@ void World::archive_complaints(Complaints *found) const
         if (number >= records[0].uid) found->insert("the next number is taken");
     }
     for (const int posting : promises.acknowledged) {
-        bool is_done = promises.denied.contains(posting);
+        bool is_done = promises.excused.contains(posting);
         for (const auto &sent : promises.sent)
             is_done = is_done || sent.second == posting;
         if (!is_done) found->insert("an acknowledged posting was handed to nobody");

@@ -71,7 +71,7 @@ class World
     struct Promises {
         std::set<int> acknowledged;              /* postings: the module answered 0 */
         std::set<std::pair<uint32_t, int>> sent; /* number and posting: handed to the host */
-        std::set<int> denied;                    /* the sender got them back */
+        std::set<int> excused;                   /* denied, or there was nobody to send them to */
         std::set<uint32_t> digested;             /* numbers that went out in a digest */
     };
     Promises promises;
