@@ -153,6 +153,9 @@ int lock_index_file(const char *name, struct stat *found_out, KeptIndex *kept)
 KeptIndex unlock_index_file(int fd, const struct stat *status)
 {
     forget_held_index(fd);
-    (void)lock_file(fd, LOCK_UN); /* closing releases it in any case */
-    return {fd, status->st_dev, status->st_ino};
+    if (lock_file(fd, LOCK_UN) == 0) return {fd, status->st_dev, status->st_ino};
+    /* A lock that stayed would make this very thread wait for itself; closing gives it up.
+       Test: Disturbed.EndsAsStatedAndIsDoneByTheRetry/PostingThatIsNotKept */
+    (void)os->close(fd);
+    return {0, 0, 0};
 }
