@@ -20,7 +20,7 @@
 [[nodiscard]] int lock_index_file(const char *name, struct stat *found_out = nullptr,
                                   KeptIndex *kept = nullptr);
 
-/* Releases that lock and keeps the file open for the next time. */
+/* Releases that lock and keeps the file open for the next time; fd 0 when that cannot be. */
 [[nodiscard]] KeptIndex unlock_index_file(int fd, const struct stat *status);
 
 /* Notes that this thread holds the lock of the index behind fd, and forgets it; mllk_close()
