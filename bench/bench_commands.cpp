@@ -5,19 +5,51 @@
    off_and_on       one mail, "# off" and "# on": four
    summary          lines for 10,000 messages
    get              1,000 messages of 4 KiB in one reply
-   get_large        one message of 50 MiB; peak_MiB is what the process grew by meanwhile */
+   get_large        one message of 50 MiB; peak_MiB is what the process grew by meanwhile
+
+   Beside each: bare_us, processor time of two durable rewrites made bare, of files as large as the
+   roster and "active" are; x_bare and x_bare_cpu, how many of those a command is. */
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <memory>
 
+#include "bench/bare_posting.h"
 #include "bench/delivery_list.h"
 #include "bench/machine.h"
+
+/* The durable rewrites that a command needs, made bare: the roster's, and that of the list of those
+   who get every posting. */
+class BareCommand
+{
+  public:
+    BareCommand(const std::string &directory, const DeliveryList &list)
+        : roster_(made(directory + "/bare.roster"), std::filesystem::file_size(list.roster())),
+          active_(made(directory + "/bare.active"), std::filesystem::file_size(list.active()))
+    {
+    }
+    void make()
+    {
+        roster_.rewrite();
+        active_.rewrite();
+    }
+
+  private:
+    static std::string made(const std::string &directory)
+    {
+        std::filesystem::create_directory(directory);
+        return directory;
+    }
+    BareRewrite roster_, active_;
+};
 
 static void run(benchmark::State &state, DeliveryList &list, const std::string &directory,
                 const std::string &lines, double commands)
 {
+    BareCommand bare(directory, list);
+    std::vector<double> bare_processor, bare_times;
     const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     std::vector<double> times, processor, durable;
     const long peak = peak_kilobytes();
@@ -29,11 +61,18 @@ static void run(benchmark::State &state, DeliveryList &list, const std::string &
         times.push_back(done - start);
         state.SetIterationTime(done - start);
         make_durable_file(directory, fd);
-        durable.push_back(seconds_now() - done);
+        const double bare_start = seconds_now(), bare_processor_start = processor_seconds();
+        durable.push_back(bare_start - done);
+        bare.make();
+        bare_processor.push_back(processor_seconds() - bare_processor_start);
+        bare_times.push_back(seconds_now() - bare_start);
     }
     close(fd);
     state.counters["commands/s"] = commands / median(times);
     state.counters["cpu_us"] = median(processor) * 1e6 / commands;
+    state.counters["bare_us"] = median(bare_processor) * 1e6;
+    state.counters["x_bare_cpu"] = median(processor) / commands / median(bare_processor);
+    state.counters["x_bare"] = median(times) / commands / median(bare_times);
     state.counters["cost"] = median(times) / commands / median(durable);
     state.counters["peak_MiB"] = static_cast<double>(peak_kilobytes() - peak) / 1024;
 }

@@ -36,6 +36,7 @@ class DeliveryList
     void set_keep(uint32_t messages); /* "journal=" */
 
     std::string roster() const { return control("member"); }
+    std::string active() const { return control("active"); }
 
     void post(); /* a mail of 4,096 bytes; aborts when it is not accepted */
 

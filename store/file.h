@@ -22,8 +22,9 @@ int archive_path(char *out, const DeliveryJob *job, const char *name);
 /* The same below any root, for a list that no job names. */
 int list_path(char *out, const char *root, const char *domain, const char *list, const char *name);
 
-/* Copies in blocks: the target is created 0600 if missing, truncated in place and synced.  0, or
-   -1.  KEPT: a failed write is not reported by the copy itself. */
+/* Copies in blocks: the target is created 0600 if missing, overwritten in place, cut and synced.
+   0, or -1.  KEPT: a failed write is not reported by the copy itself. */
+#define COPY_BLOCK_SIZE 65536
 int cpyfile(const char *source, const char *target);
 
 /* cpyfile(), and both sizes agree afterwards.  0, or -1 with errno (ENOSPC for a short copy). */

@@ -1,20 +1,11 @@
 /* Small operations on whole files, beneath the replacement of control files. */
 #include <errno.h>
 #include <fcntl.h>
+#include <unistd.h>
 
 #include "module/guards.h"
 #include "module/os.h"
 #include "store/file.h"
-
-#define COPY_BLOCK_SIZE 4096
-
-/* The target's descriptor, emptied; -1 with errno. */
-static int open_target(const char *target)
-{
-    FdGuard fd(open_file(target, O_RDWR | O_CREAT, 0600));
-    if (fd.fd < 0 || os->ftruncate(fd.fd, 0) < 0) return -1;
-    return fd.take();
-}
 
 /* KEPT: what a failed write leaves out is left out silently, and the copy goes on with the next
    block; whoever needs the whole file compares the sizes (copy_whole()).
@@ -36,6 +27,14 @@ static int copy_blocks(int from, int to)
     }
 }
 
+/* Cuts the target to what was written: overwriting what is there costs no new room, which a full
+   disk may not have. */
+static int cut_target(int to)
+{
+    const off_t end = os->lseek(to, 0, SEEK_CUR);
+    return end < 0 ? -1 : os->ftruncate(to, end);
+}
+
 /* Syncs and closes what was copied to. */
 static int finish_target(int to)
 {
@@ -53,9 +52,9 @@ int cpyfile(const char *source, const char *target)
 {
     FdGuard from(open_file(source, O_RDONLY, 0));
     if (from.fd < 0) return -1;
-    FdGuard to(open_target(target));
+    FdGuard to(open_file(target, O_RDWR | O_CREAT, 0600));
     if (to.fd < 0) return -1;
-    if (copy_blocks(from.fd, to.fd) < 0) return -1;
+    if (copy_blocks(from.fd, to.fd) < 0 || cut_target(to.fd) < 0) return -1;
     (void)os->close(from.take()); /* only read */
     return finish_target(to.take());
 }

@@ -79,6 +79,9 @@ size_t Fread(void *data, size_t size, FileRecord *record);
    draining an earlier buffer failed (writes stay as they were). */
 int Fbuffer(FileRecord *record, uint32_t size);
 
+/* Fputs() of so many bytes. */
+int Fputb(const char *bytes, size_t size, FileRecord *record);
+
 /* Writes what Fputs() collected.  0, or -2, -3 as Fputs(). */
 int Fdrain(FileRecord *record);
 

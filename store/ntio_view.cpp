@@ -25,16 +25,16 @@ static int view_joined(LineView *view_out, char *joined, FileRecord *record)
     return 1;
 }
 
-int Fview(LineView *view_out, char *joined, FileRecord *record)
+bool view_buffered(LineView *view_out, FileRecord *record)
 {
     const char *start = record->buffer + record->position;
     const bool usable = record->state == 0 && record->position < record->line_end;
     const void *found = usable ? memchr(start, '\n', record->line_end - record->position) : nullptr;
-    if (found == nullptr) return view_joined(view_out, joined, record);
+    if (found == nullptr) return false;
 
     const char *feed = static_cast<const char *>(found);
     const char *end = feed > start && feed[-1] == '\r' ? feed - 1 : feed;
-    if (end - start + 3 > VIEW_LINE_SIZE) return view_joined(view_out, joined, record);
+    if (end - start + 3 > VIEW_LINE_SIZE) return false;
 
     view_out->text = start;
     view_out->size = static_cast<uint32_t>(end - start);
@@ -42,7 +42,12 @@ int Fview(LineView *view_out, char *joined, FileRecord *record)
     view_out->ended = true;
     view_out->split_end = false;
     record->position += static_cast<uint32_t>(feed + 1 - start);
-    return 1;
+    return true;
+}
+
+int Fview(LineView *view_out, char *joined, FileRecord *record)
+{
+    return view_buffered(view_out, record) ? 1 : view_joined(view_out, joined, record);
 }
 
 void copy_view(char *text_out, const LineView &view)

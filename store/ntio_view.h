@@ -20,6 +20,9 @@ struct LineView {
     bool split_end; /* the text's last byte is the CR of a CR LF that two reads brought in */
 };
 
+/* The next line when it lies whole in the read-ahead, which is then as it was.  Whether it does. */
+[[nodiscard]] bool view_buffered(LineView *view_out, FileRecord *record);
+
 /* The next piece.  joined (VIEW_LINE_SIZE bytes) takes a piece that does not lie whole in the
    read-ahead.  1, 0 at the end, -1 on a read error. */
 [[nodiscard]] int Fview(LineView *view_out, char *joined, FileRecord *record);

@@ -100,9 +100,13 @@ int Fputs(const char *text, FileRecord *record)
         if (record != nullptr) record->state = 1;
         return -1;
     }
-    const size_t size = strlen(text);
-    return record->write_buffer != nullptr ? collect_text(record, text, size)
-                                           : write_text(record, text, size);
+    return Fputb(text, strlen(text), record);
+}
+
+int Fputb(const char *bytes, size_t size, FileRecord *record)
+{
+    return record->write_buffer != nullptr ? collect_text(record, bytes, size)
+                                           : write_text(record, bytes, size);
 }
 
 int Putc(int byte, FileRecord *record)

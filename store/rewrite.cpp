@@ -3,6 +3,7 @@
 #include "store/rewrite.h"
 
 #include <errno.h>
+#include <string.h>
 
 #include "module/guards.h"
 #include "store/file.h"
@@ -74,13 +75,32 @@ int ControlRewrite::open_source(const char *name, bool may_be_missing)
     return log_failure(texts.open_source, job->list_name, source_path);
 }
 
+int ControlRewrite::write(const char *bytes, size_t size)
+{
+    return Fputb(bytes, size, out) < 0 ? log_failure(texts.write, job->list_name, new_path()) : 0;
+}
+
+int ControlRewrite::write_run()
+{
+    if (run_size_ == 0) return 0;
+    const uint32_t size = run_size_;
+    run_size_ = 0;
+    return write(run_, size);
+}
+
 int ControlRewrite::drain(const FailText &fail)
 {
+    if (write_run() < 0) return -1;
     return Fdrain(out) < 0 ? log_failure(fail, job->list_name, new_path()) : 0;
 }
 
 int ControlRewrite::next(LineView *line_out)
 {
+    if (source != nullptr && view_buffered(line_out, source)) {
+        unended = false;
+        return 1;
+    }
+    if (write_run() < 0) return -1; /* the read-ahead is about to be filled anew */
     const int got = source == nullptr ? 0 : Fview(line_out, joined_, source);
     if (got > 0) {
         unended = !ends_line(*line_out);
@@ -92,24 +112,50 @@ int ControlRewrite::next(LineView *line_out)
     return got < 0 ? log_failure(texts.read, job->list_name, source_path) : 0;
 }
 
+/* Whether the line's bytes, CR LF included, are in the read-ahead as they are to be written. */
+static bool is_verbatim(const LineView &line, const FileRecord *source)
+{
+    return line.end_size == 2 && !line.split_end && source != nullptr &&
+           line.text >= source->buffer && line.text < source->buffer + FILE_BUFFER_SIZE;
+}
+
+bool ControlRewrite::start_run(const LineView &line)
+{
+    if (!is_verbatim(line, source)) return false;
+    run_ = line.text;
+    run_size_ = line.size + line.end_size;
+    return true;
+}
+
+bool ControlRewrite::extend_run(const LineView &line)
+{
+    if (run_size_ == 0 || line.text != run_ + run_size_ || !is_verbatim(line, source)) return false;
+    run_size_ += line.size + line.end_size;
+    return true;
+}
+
 /* A line end that two reads brought in is handed out as CR CR LF.  Written back like that, a long
    roster would gather carriage returns, one a rewrite.
    Test: AddMember.LinesAtTheBordersOfReadBlocksStayAsTheyAre */
 int ControlRewrite::keep(const LineView &line)
 {
+    if (extend_run(line)) return 0;
+    if (write_run() < 0) return -1;
+    if (start_run(line)) return 0;
     LineView kept = line;
     if (kept.split_end) --kept.size;
     copy_view(text_, kept);
-    return put(text_);
+    return write(text_, kept.size + (kept.ended ? 2 : 0));
 }
 
 int ControlRewrite::put(const char *text)
 {
-    return Fputs(text, out) < 0 ? log_failure(texts.write, job->list_name, new_path()) : 0;
+    return write_run() < 0 ? -1 : write(text, strlen(text));
 }
 
 int ControlRewrite::append(const char *text, const FailText &fail)
 {
+    if (write_run() < 0) return -1;
     if (Fputs(text, out) < 0) return log_failure(fail, job->list_name, new_path());
     return drain(fail);
 }
@@ -126,6 +172,7 @@ int ControlRewrite::discard()
 
 int ControlRewrite::commit()
 {
+    if (write_run() < 0) return -1;
     close_source();
     const int closed = f_close(out);
     out = nullptr;

@@ -82,6 +82,13 @@ struct ControlRewrite {
 
   private:
     SideFiles side_files_ = {};
+    /* Lines kept one after the other, as they lie in the source's read-ahead: written at once. */
+    const char *run_ = nullptr;
+    uint32_t run_size_ = 0;
+    bool start_run(const LineView &line);
+    bool extend_run(const LineView &line);
+    int write_run();
+    int write(const char *bytes, size_t size);
     int drain(const FailText &fail);
     void close_source();
     char joined_[VIEW_LINE_SIZE];

@@ -197,9 +197,12 @@ TEST(ChgMember, EachFailedStepHasItsText)
          "CTL/member.new]"},
         {"opening the copy", "open", "/member.new", 1, EACCES,
          "1/176 mlname=mylist chg_member f_open error Permission denied [CTL/member.new]"},
-        {"seeking", "lseek", "", 0, EIO,
+        {"cutting the copy", "lseek", "", 0, EIO,
+         "1/175 mlname=mylist chg_member copy file error Input/output error [CTL/member "
+         "CTL/member.new]"},
+        {"seeking", "lseek", "", 1, EIO,
          "1/177 mlname=mylist chg_member fseek error Input/output error [CTL/member.new]"},
-        {"seeking again", "lseek", "", 3, EIO,
+        {"seeking again", "lseek", "", 4, EIO,
          "1/177 mlname=mylist chg_member fseek error Input/output error [CTL/member.new]"},
         {"writing", "write", "", 1, ENOSPC,
          "1/178 mlname=mylist chg_member fputs error No space left on device [CTL/member.new]"},
@@ -253,7 +256,7 @@ TEST(ChgMember, AMissingRosterAndAFailedRecoveryAreFailures)
 TEST(ChgMember, AShortCopyOnAFullDiskLosesNothing)
 {
     std::string roster;
-    for (int i = 0; i < 1000; ++i)
+    for (int i = 0; roster.size() < 4 * COPY_BLOCK_SIZE; ++i)
         roster += address_of(i) + " ON \r\n";
     for (const char *stale : {"", "an old commit mark"}) {
         TempList list;

@@ -24,8 +24,9 @@ class FileRenew : public StoreTest
 };
 
 /* Several blocks each, of which no mixture looks like either. */
-static const std::string before(10000, 'b');
-static const std::string after = std::string(4096, 'x') + std::string(5000, 'y');
+static const std::string before(2 * COPY_BLOCK_SIZE + 1808, 'b');
+static const std::string after =
+    std::string(COPY_BLOCK_SIZE, 'x') + std::string(COPY_BLOCK_SIZE + 904, 'y');
 
 /* -- undisturbed -- */
 
@@ -121,7 +122,7 @@ TEST_F(FileRenew, RecoveryActsOnWhatItFinds)
 
 TEST_F(FileRenew, RecoveryOfAHalfOverwrittenFile)
 {
-    write_file(path_, after.substr(0, 4096));
+    write_file(path_, after.substr(0, COPY_BLOCK_SIZE));
     write_file(new_, after);
     write_file(old_, before);
     EXPECT_EQ(0, f_recover(path()));

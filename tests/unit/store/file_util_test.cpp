@@ -19,7 +19,8 @@ class FileUtil : public StoreTest
 
 TEST_F(FileUtil, CopiesFilesOfAllSizes)
 {
-    for (const size_t size : {0u, 1u, 4095u, 4096u, 4097u, 100000u}) {
+    for (const size_t size :
+         {0u, 1u, COPY_BLOCK_SIZE - 1u, COPY_BLOCK_SIZE + 0u, COPY_BLOCK_SIZE + 1u, 1000000u}) {
         std::string contents(size, '\0');
         for (size_t i = 0; i < size; ++i)
             contents[i] = static_cast<char>(i * 31 / 7);
@@ -75,14 +76,16 @@ TEST_F(FileUtil, ASourceThatCannotBeReadIsReported)
 
 TEST_F(FileUtil, CopyDoesNotReportAFailedWrite)
 {
-    write_file(source_, std::string(4096, 'a') + std::string(4096, 'b') + std::string(4096, 'c'));
+    write_file(source_, std::string(COPY_BLOCK_SIZE, 'a') + std::string(COPY_BLOCK_SIZE, 'b') +
+                            std::string(COPY_BLOCK_SIZE, 'c'));
     FaultOs fault;
     int writes = 0;
     fault.before = [&](const std::string &call, const std::string &) {
         return call == "write" && ++writes == 2 ? ENOSPC : 0;
     };
     EXPECT_EQ(0, copy());
-    EXPECT_EQ(std::string(4096, 'a') + std::string(4096, 'c'), read_file(target_))
+    EXPECT_EQ(std::string(COPY_BLOCK_SIZE, 'a') + std::string(COPY_BLOCK_SIZE, 'c'),
+              read_file(target_))
         << "the copy goes on with the next block";
     writes = 0;
     EXPECT_EQ(-1, copy_whole(source_.c_str(), target_.c_str()));
