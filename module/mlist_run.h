@@ -4,8 +4,8 @@
 
 #include <stdio.h>
 
-#include "module/header_meter.h"
 #include "module/job.h"
+#include "module/mlist_meter.h"
 
 /* What a stage decided. */
 enum class Verdict {

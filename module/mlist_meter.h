@@ -1,7 +1,7 @@
 /* The size of a journal's header, found while it is written: what reading the file again would add
    up, line by line as Fgets() hands lines out. */
-#ifndef MODULE_HEADER_METER_H
-#define MODULE_HEADER_METER_H
+#ifndef MODULE_MLIST_METER_H
+#define MODULE_MLIST_METER_H
 
 #include <stdint.h>
 

@@ -1,5 +1,5 @@
 /* The header's size while a journal is written, against reading the journal. */
-#include "module/header_meter.h"
+#include "module/mlist_meter.h"
 
 #include <gtest/gtest.h>
 
