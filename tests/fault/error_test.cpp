@@ -247,5 +247,37 @@ TEST_P(Disturbed, EndsAsStatedAndIsDoneByTheRetry)
     (void)take_log();
 }
 
+/* The disk that stays full is another matter than one failed write: what undoes a step must not
+   need room. */
+TEST_P(Disturbed, ByADiskThatStaysFullLosesNothing)
+{
+    const Operation &operation = GetParam();
+    const Effect effect = undisturbed(&world, operation);
+    bool was_full = true;
+    for (int writes = 0; was_full; ++writes) {
+        SCOPED_TRACE("full after " + std::to_string(writes) + " writes");
+        world.restore(effect.image);
+        world.promises = effect.promises;
+        was_full = false;
+        Outcome outcome;
+        {
+            FaultOs calls;
+            calls.before = [&, done = 0](const std::string &call, const std::string &) mutable {
+                if (call != "write" && call != "pwrite") return 0;
+                was_full = was_full || done >= writes;
+                return done++ >= writes ? ENOSPC : 0;
+            };
+            outcome = operation.run(world);
+        }
+        const bool refusable = operation.subject == Subject::posting; /* 534: the archive's fault */
+        EXPECT_TRUE(outcome.exit == 0 || outcome.exit == 75 || (refusable && outcome.exit == 69));
+        const Contents contents = recovered_contents_of(world);
+        expect_old_or_new(contents, effect);
+        EXPECT_TRUE(outcome.exit != 0 || operation.hides_failures || contents == effect.after);
+        expect_carried_on(effect, {"write", "BOX"});
+    }
+    (void)take_log();
+}
+
 INSTANTIATE_TEST_SUITE_P(Operations, Disturbed, ::testing::ValuesIn(operations),
                          [](const auto &row) { return row.param.label; });

@@ -6,8 +6,6 @@
 #include <string.h>
 #include <sys/stat.h>
 
-#include "module/os.h"
-
 std::string bytes_of(const Records &records)
 {
     return std::string(reinterpret_cast<const char *>(records.data()),
@@ -141,25 +139,6 @@ int64_t Box::mtime() const
 {
     struct stat status;
     return stat(name("#mix").c_str(), &status) == 0 ? status.st_mtime : -1;
-}
-
-static OsCalls unsynced_calls()
-{
-    OsCalls calls = kernel_calls;
-    calls.fsync = [](int) { return 0; };
-    return calls;
-}
-
-static const OsCalls unsynced = unsynced_calls();
-
-NoSync::NoSync()
-{
-    os = &unsynced;
-}
-
-NoSync::~NoSync()
-{
-    os = &kernel_calls;
 }
 
 std::string open_lines(int messages, int recent, uint32_t validity, uint32_t next, int unseen,

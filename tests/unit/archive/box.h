@@ -11,6 +11,7 @@
 #include "mlist/archive.h"
 #include "tests/support/out_capture.h"
 #include "tests/support/temp_list.h"
+#include "tests/support/without_sync.h"
 
 using Records = std::vector<IndexRecord>; /* record 0 the header */
 
@@ -54,13 +55,6 @@ class Box
     TempDir dir_;
     std::string path_;
     int sources_ = 0;
-};
-
-/* While it lives, syncing takes no time: for tests of thousands of operations in which no machine
-   dies.  Make it before any FaultOs. */
-struct NoSync {
-    NoSync();
-    ~NoSync();
 };
 
 /* What list_mbx_open() prints. */

@@ -64,7 +64,7 @@ static void expect_consistent(const Box &box, uint32_t appended)
 
 TEST(Concurrency, ThreadsAppendReadAndExpungeTogether)
 {
-    NoSync no_sync;
+    WithoutSync no_sync;
     Box box;
     const std::string source = box.source("text");
     std::vector<std::thread> threads;
@@ -93,7 +93,7 @@ template <class Work> static pid_t start(Work work)
 
 TEST(Concurrency, ProcessesAppendReadAndExpungeTogether)
 {
-    NoSync no_sync;
+    WithoutSync no_sync;
     Box box;
     const std::string source = box.source("text");
     std::vector<pid_t> children;

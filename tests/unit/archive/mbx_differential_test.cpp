@@ -253,7 +253,7 @@ void Twins::compare(const std::string &what)
 
 TEST(ModuleAndPlainForm, DoTheSame)
 {
-    NoSync no_sync;
+    WithoutSync no_sync;
     for (unsigned seed = 1; seed <= 12; ++seed) {
         Twins twins(seed);
         take_log();

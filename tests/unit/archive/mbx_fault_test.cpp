@@ -181,7 +181,7 @@ static void disturb(const Operation &operation, int error)
 
 TEST(IndexUnderFaults, IsOldOrNewWhenAnyCallFails)
 {
-    NoSync no_sync;
+    WithoutSync no_sync;
     for (const Operation &operation : operations)
         for (const int error : {ENOSPC, EIO})
             disturb(operation, error);
@@ -189,7 +189,7 @@ TEST(IndexUnderFaults, IsOldOrNewWhenAnyCallFails)
 
 TEST(IndexUnderFaults, IsOldOrNewWhenTheProcessDiesAtAnyCall)
 {
-    NoSync no_sync;
+    WithoutSync no_sync;
     for (const Operation &operation : operations)
         disturb(operation, -1);
 }

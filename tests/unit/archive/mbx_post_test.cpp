@@ -129,7 +129,7 @@ TEST(Posting, ThatFailsSaysWhy)
 
 TEST(Posting, IsWholeOrNotThereWhateverCallFailsOrKills)
 {
-    NoSync no_sync;
+    WithoutSync no_sync;
     OutCapture out;
     for (const int error : {ENOSPC, -1})
         for (int nth = 0;; ++nth) {

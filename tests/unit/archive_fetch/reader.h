@@ -48,7 +48,7 @@ class Reader
 
   private:
     std::string value(const std::string &item);
-    NoSync quick_;
+    WithoutSync quick_;
     Box box_;
     MailboxHandle *handle_ = nullptr;
 };

@@ -23,17 +23,6 @@ std::string crlf(const std::vector<std::string> &lines)
     return text;
 }
 
-WithoutSync::WithoutSync() : former_(os), calls_(*os)
-{
-    calls_.fsync = [](int) { return 0; };
-    os = &calls_;
-}
-
-WithoutSync::~WithoutSync()
-{
-    os = former_;
-}
-
 static std::string fixed_root;
 
 CommandTest::CommandTest()

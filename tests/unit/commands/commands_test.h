@@ -17,24 +17,10 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/out_capture.h"
 #include "tests/support/temp_list.h"
+#include "tests/support/without_sync.h"
 
 /* Lines joined with CR LF, the last one included. */
 std::string crlf(const std::vector<std::string> &lines);
-
-/* While it lives, nothing is synced: thousands of replies, and no machine dies.  Make it before
-   any FaultOs. */
-class WithoutSync
-{
-  public:
-    WithoutSync();
-    ~WithoutSync();
-    WithoutSync(const WithoutSync &) = delete;
-    WithoutSync &operator=(const WithoutSync &) = delete;
-
-  private:
-    const OsCalls *former_;
-    OsCalls calls_;
-};
 
 /* The sender is carol@example.com, no member, with the Message-ID c1@example.com; the list mylist
    of example.jp has two members and an empty archive. */

@@ -16,6 +16,7 @@
 #include "tests/support/fault_os.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_list.h"
+#include "tests/support/without_sync.h"
 #include "tests/unit/store/store_test.h"
 
 /* Log lines of level and number, the list's paths shortened to "CTL/name". */
@@ -47,24 +48,6 @@ inline std::string joined(const std::vector<std::string> &lines)
         text += "  " + line + "\n";
     return text;
 }
-
-/* Thousands of rewrites, and nobody pulls the plug: while it lives, nothing is synced. */
-class WithoutSync
-{
-  public:
-    WithoutSync() : former_(os), calls_(*os)
-    {
-        calls_.fsync = [](int) { return 0; };
-        os = &calls_;
-    }
-    ~WithoutSync() { os = former_; }
-    WithoutSync(const WithoutSync &) = delete;
-    WithoutSync &operator=(const WithoutSync &) = delete;
-
-  private:
-    const OsCalls *former_;
-    OsCalls calls_;
-};
 
 /* The call of that name whose turn it is (0-based) among those on a path that ends so (calls on a
    descriptor have none) fails. */
