@@ -9,7 +9,7 @@ import os
 from disturbed import EVERY, Disturbed, check_everything, in_memory
 from lib import SANITIZED, check, daemon, equal
 
-STEP = int(os.environ.get("MLIST_DISTURB_STEP", 17 if SANITIZED else 3))
+STEP = int(os.environ.get("MLIST_DISTURB_STEP", 17 if SANITIZED else 4))
 ERRORS = (errno.ENOSPC, errno.EIO, errno.EDQUOT, errno.EMFILE, errno.ENOMEM, errno.EINTR, "short")
 
 in_memory()
