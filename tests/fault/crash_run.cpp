@@ -37,11 +37,19 @@ struct Known {
 
 static const char *const told_files[] = {"member", "confirm"};
 
+/* What the file holds, or will hold when its replacement is finished. */
+static std::string committed_content(const World &world, const std::string &name)
+{
+    const bool committed =
+        exists(world.list.control(name + ".new")) && exists(world.list.control(name + ".old"));
+    return world.list.get(committed ? name + ".new" : name);
+}
+
 static std::map<std::string, std::string> told(const World &world)
 {
     std::map<std::string, std::string> files;
     for (const char *name : told_files)
-        files[name] = world.list.get(name);
+        files[name] = committed_content(world, name);
     return files;
 }
 
@@ -103,8 +111,8 @@ CrashFindings crash_everywhere(const CrashScenario &scenario, const LeftOutSync 
     CrashFindings findings;
     World world(scenario.settings);
     const StillMachine still;
+    if (scenario.prepare) scenario.prepare(world);
     std::vector<Known> known;
-    std::set<std::pair<size_t, DiskImage>> images; /* with the last thing known */
     std::map<std::pair<size_t, DiskImage>, size_t> moments;
     {
         CrashDisk disk(world.list.root());

@@ -12,6 +12,7 @@ struct CrashScenario {
     const char *label;
     std::vector<std::string> settings;
     std::vector<std::function<Outcome(World &)>> steps; /* one after the other; all succeed */
+    std::function<void(World &)> prepare = nullptr;     /* what is on the disk before them */
 };
 
 struct CrashFindings {

@@ -38,6 +38,15 @@ static const CrashScenario scenarios[] = {
     {"JoiningWithAnId",
      {"confirm=3"},
      {command("erin@example.com", "# subscribe EEEEEEEEEEEEEEEE"), post(11)}},
+    {"PostingAfterHalfAnIndex", {"journal=3"}, {post(11)}, leave_half_an_index},
+    {"PostingAfterHalfAStatus",
+     {},
+     {post(11)},
+     [](World &world) { leave_half_committed(world, "dgtstat", "1-3"); }},
+    {"OffAfterHalfARoster",
+     {},
+     {command("alice@example.net", "# off")},
+     [](World &world) { leave_half_committed(world, "member", world.list.get("member")); }},
     {"PushAfterAPosting", {}, {post(11), command("owner-mylist@example.jp", "# push")}},
 };
 

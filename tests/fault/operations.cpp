@@ -135,14 +135,6 @@ static Outcome make_list_files(World &world)
 
 /* -- what an earlier crash left -- */
 
-static void leave_half_committed(World &world, const char *name, const std::string &next)
-{
-    const std::string former = world.list.get(name);
-    world.list.put(std::string(name) + ".old", former);
-    world.list.put(std::string(name) + ".new", next);
-    world.list.put(name, next.substr(0, next.size() / 2));
-}
-
 static void leave_half_a_status(World &world)
 {
     leave_half_committed(world, "dgtstat", "1-3");
@@ -152,14 +144,6 @@ static void leave_half_a_roster(World &world)
 {
     leave_half_committed(world, "member",
                          "alice@example.net ON \r\nbob@example.jp OFF\r\ndora@example.jp DGT\r\n");
-}
-
-static void leave_half_an_index(World &world)
-{
-    const std::string name = world.box() + "/#mix", index = read_file(name);
-    write_file(name + ".old", index);
-    write_file(name + ".new", index);
-    write_file(name, index.substr(0, 40));
 }
 
 const std::vector<Operation> operations = {

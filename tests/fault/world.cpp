@@ -153,6 +153,22 @@ World::World(const std::vector<std::string> &settings, bool banners)
     (void)out.take();
 }
 
+void leave_half_committed(World &world, const char *name, const std::string &next)
+{
+    const std::string former = world.list.get(name);
+    world.list.put(std::string(name) + ".old", former);
+    world.list.put(std::string(name) + ".new", next);
+    world.list.put(name, next.substr(0, next.size() / 2));
+}
+
+void leave_half_an_index(World &world)
+{
+    const std::string name = world.box() + "/#mix", index = read_file(name);
+    write_file(name + ".old", index);
+    write_file(name + ".new", index);
+    write_file(name, index.substr(0, 40));
+}
+
 void World::note_submission(const Submission &submission)
 {
     if (is_dead && is_dead()) return;

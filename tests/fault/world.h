@@ -36,6 +36,12 @@ struct Outcome {
     std::string reply; /* its text */
 };
 
+class World;
+
+/* What a process that died in the middle of putting the next contents in place leaves. */
+void leave_half_committed(World &world, const char *name, const std::string &next);
+void leave_half_an_index(World &world);
+
 using Complaints = std::set<std::string>; /* promises that were not kept */
 
 /* Postings are known by a number of the sender's, which is in their text. */
