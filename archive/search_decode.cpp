@@ -80,8 +80,9 @@ static const char *find(const char *text, size_t size, const char *needle)
     return static_cast<const char *>(memmem(text, size, needle, strlen(needle)));
 }
 
-/* The encoded word at text, if we know its charset. */
-static EncodedWord word_at(const char *text, size_t size)
+/* The encoded word at text, if we know its charset.  *ends becomes false when no "?=" is left: it
+   is not looked for again, however many words begin. */
+static EncodedWord word_at(const char *text, size_t size, bool *ends)
 {
     EncodedWord none = {};
     if (size < 2 || text[0] != '=' || text[1] != '?') return none;
@@ -91,7 +92,8 @@ static EncodedWord word_at(const char *text, size_t size)
             continue;
         const unsigned char encoding = ascii_lower(static_cast<unsigned char>(text[begin - 2]));
         if ((encoding != 'b' && encoding != 'q') || text[begin - 1] != '?') return none;
-        const char *end = find(text + begin, size - begin, "?=");
+        const char *end = *ends ? find(text + begin, size - begin, "?=") : nullptr;
+        *ends = end != nullptr;
         if (end == nullptr) return none;
         const size_t length = static_cast<size_t>(end - text) - begin;
         return {row.convert, encoding == 'b', text + begin, length, begin + length + 2};
@@ -126,8 +128,9 @@ static size_t plain_size(const char *text, size_t size)
 bool search_mime_decode(const char *header, size_t size, GrowingText *out)
 {
     if (!out->reserve(size)) return false;
+    bool ends = true;
     while (size > 0) {
-        const EncodedWord word = word_at(header, size);
+        const EncodedWord word = word_at(header, size, &ends);
         const size_t took = word.size != 0 ? word.size : plain_size(header, size);
         if (word.size != 0 ? !append_word(word, out) : !out->append(header, took)) return false;
         header += took;
@@ -135,7 +138,7 @@ bool search_mime_decode(const char *header, size_t size, GrowingText *out)
         if (word.size == 0) continue;
         /* Between two words, white space is not part of the text. */
         const size_t space = space_at(header, size);
-        if (space == 0 || word_at(header + space, size - space).size == 0) continue;
+        if (space == 0 || word_at(header + space, size - space, &ends).size == 0) continue;
         header += space;
         size -= space;
     }
