@@ -1,0 +1,59 @@
+/* The index: opened, checked, searched, expunged. */
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include "tests/linear/linear.h"
+#include "tests/support/without_sync.h"
+#include "tests/unit/archive/box.h"
+
+/* An index of so many bytes, a message each 16. */
+static std::string index_of(size_t size, uint32_t flags, uint32_t step)
+{
+    const uint32_t count = static_cast<uint32_t>(size / sizeof(IndexRecord));
+    Records records;
+    records.reserve(count);
+    records.push_back({count * step + 1, Box::validity, count, 0});
+    for (uint32_t s = 1; s < count; ++s)
+        records.push_back({s * step, flags, 10, 20});
+    return bytes_of(records);
+}
+
+TEST(LinearArchive, Index)
+{
+    const WithoutSync no_sync;
+    const Discard discard;
+    Box box;
+    demand_linear(
+        {{"messages", [](size_t size) { return index_of(size, 0, 1); }},
+         {"new messages", [](size_t size) { return index_of(size, MESSAGE_RECENT, 1); }},
+         {"gaps", [](size_t size) { return index_of(size, 0, 3); }},
+         {"deleted messages", [](size_t size) { return index_of(size, MESSAGE_DELETED, 1); }},
+         {"zeros", [](size_t size) { return std::string(size, '\0'); }, "no index"},
+         {"ones", [](size_t size) { return std::string(size, '\xff'); }, "no index"}},
+        [&](std::string &text) {
+            write_file(box.name("#mix"), text);
+            MailboxHandle *handle = list_mbx_open(box.path(), MAILBOX_NO_WRITE_BACK);
+            mlmbx_checknewmail(handle);
+            for (uint32_t uid = 1; handle != nullptr && uid < text.size() / 64; ++uid)
+                (void)mlmbx_uid2seq(handle, uid); /* by halves: n log n, and its log is small */
+            list_mbx_close(handle);
+        },
+        16 * MIB);
+}
+
+/* Every message is printed and unlinked: as many calls of the kernel as messages. */
+TEST(LinearArchive, Expunge)
+{
+    const WithoutSync no_sync;
+    const Discard discard;
+    Box box;
+    demand_linear(
+        {{"deleted messages", [](size_t size) { return index_of(size, MESSAGE_DELETED, 1); }}},
+        [&](std::string &text) {
+            write_file(box.name("#mix"), text);
+            MailboxHandle *handle = list_mbx_open(box.path(), 0);
+            mlmbx_expunge(handle, 0);
+            list_mbx_close(handle);
+        },
+        4 * MIB);
+}
