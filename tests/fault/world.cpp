@@ -200,7 +200,7 @@ Outcome World::post(int posting)
 
 Outcome World::post_as(const std::string &sender, int posting)
 {
-    const Outcome outcome = deliver(mail_of(posting, sender), {"mylist"});
+    Outcome outcome = deliver(mail_of(posting, sender), {"mylist"});
     if (outcome.exit != 0 || (is_dead && is_dead())) return outcome;
     promises.acknowledged.insert(posting);
     if (list.get("active").empty()) promises.excused.insert(posting);
