@@ -191,9 +191,9 @@ static Verdict open_failed(Run *run, const char *operation, const char *path, in
    delivery ended before the name was given up: emptying it would empty the archive's copy. */
 static FileRecord *create_journal(const char *path)
 {
-    FileRecord *journal = f_open(path, "wx");
+    FileRecord *journal = f_create(path);
     if (journal != nullptr || errno != EEXIST || os->unlink(path) < 0) return journal;
-    return f_open(path, "wx");
+    return f_create(path);
 }
 
 static bool open_journal(Run *run)

@@ -59,7 +59,7 @@ struct OpenType {
 static const OpenType open_types[] = {
     {"r", O_RDONLY, 0},           {"w", O_RDWR | O_CREAT | O_TRUNC, 0660}, {"r+", O_RDWR, 0},
     {"a", O_RDWR | O_APPEND, 0}, /* KEPT: creates nothing.  Test: Ntio.AppendingNeedsTheFile */
-    {"rx", O_RDONLY | O_EXCL, 0}, {"wx", O_RDWR | O_CREAT | O_EXCL, 0660},
+    {"rx", O_RDONLY | O_EXCL, 0},
 };
 
 static const OpenType *find_open_type(const char *name)
@@ -69,15 +69,9 @@ static const OpenType *find_open_type(const char *name)
     return nullptr;
 }
 
-FileRecord *f_open(const char *path, const char *type)
+static FileRecord *open_record(const char *path, int flags, mode_t mode)
 {
-    const OpenType *found = find_open_type(type);
-    if (found == nullptr) {
-        trace_sys(&g_logh, 1, 715, "f_open error invalid type [%s]", type);
-        errno = 0;
-        return nullptr;
-    }
-    const int fd = open_file(path, found->flags, found->mode);
+    const int fd = open_file(path, flags, mode);
     if (fd < 0) return nullptr;
     FileRecord *record = Fopen(fd);
     if (record == nullptr) {
@@ -88,6 +82,20 @@ FileRecord *f_open(const char *path, const char *type)
     }
     errno = 0;
     return record;
+}
+
+FileRecord *f_open(const char *path, const char *type)
+{
+    const OpenType *found = find_open_type(type);
+    if (found != nullptr) return open_record(path, found->flags, found->mode);
+    trace_sys(&g_logh, 1, 715, "f_open error invalid type [%s]", type);
+    errno = 0;
+    return nullptr;
+}
+
+FileRecord *f_create(const char *path)
+{
+    return open_record(path, O_RDWR | O_CREAT | O_EXCL, 0660);
 }
 
 int f_close(FileRecord *record)

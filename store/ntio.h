@@ -28,9 +28,8 @@ struct FileRecord {
 };
 
 /* Types: "r" read, "w" create and truncate (mode 0660), "r+" read and write, "a" append to an
-   existing file, "rx" read with O_EXCL, "wx" create, never open what is there (mode 0660).  Null on
-   failure: errno as open() left it and nothing logged; an unknown type logs 715 with errno 0.
-   errno 0 on success. */
+   existing file, "rx" read with O_EXCL.  Null on failure: errno as open() left it and nothing
+   logged; an unknown type logs 715 with errno 0.  errno 0 on success. */
 FileRecord *f_open(const char *path, const char *type);
 
 /* Drains the write buffer, syncs, closes and releases; a file only read is synced too.  1, or 0
@@ -68,6 +67,9 @@ int Fseek(FileRecord *record, off_t offset, int whence);
 int Fprintf(int fd, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
 /* -- our own additions -- */
+
+/* A new file, as f_open() with "w" makes it; what is there already is never opened (EEXIST). */
+FileRecord *f_create(const char *path);
 
 /* As many bytes as there are, up to size; fewer at the end (errno 0) or on an error, as Getc()
    would tell them.  What is read past the buffer is not in it afterwards. */

@@ -199,10 +199,15 @@ std::optional<ModuleAnswer> Edge::deliver_own(const ListAddress &recipient, cons
                                               std::chrono::milliseconds patience)
 {
     const auto pass = gate_.enter(recipient.name(), patience);
-    if (!pass || !order_.in_order(recipient)) return std::nullopt;
+    if (!pass) return std::nullopt;
+    /* Either may have copied a control file and closed a placeholder. */
+    const bool ready = order_.in_order(recipient);
+    placeholders_.restore();
+    if (!ready) return ModuleAnswer{MLIST_EXIT_LATER, "the list's files are not in order", ""};
     ModuleAnswer answer = run_module(host_, recipient, file);
     placeholders_.restore();
-    if (reply_for(answer).code == 451) order_.doubt(recipient);
+    /* Somebody who leaves is told so even where "active" could not follow. */
+    if (recipient.role == Role::control || reply_for(answer).code == 451) order_.doubt(recipient);
     if (answer.exit_code != MLIST_EXIT_ACCEPTED)
         log_warning(LOG_MODULE, recipient.name() + ": exit " + std::to_string(answer.exit_code) +
                                     " " + one_line(answer.reply_text));

@@ -179,7 +179,8 @@ int serve(const Settings &settings, const Placeholders &placeholders)
     remove_unfinished_mail(config.in_directory);
     remove_unfinished_mail(settings.outbox_directory + "/.stage");
     lists.check_all();
-    const Housekeeper housekeeper(module, settings);
+    placeholders.restore();
+    const Housekeeper housekeeper(module, settings, placeholders);
 
     runner->start();
     ModuleDigestLists digest_lists(host, edge);

@@ -1,5 +1,6 @@
 #include "host/mlistd/start_check.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <ctime>
@@ -89,12 +90,14 @@ void report_undistributed(const ListAddress &list, const std::string &journal)
                         list.name() + ": archived but not distributed: " + file.string());
 }
 
+/* A file that is not there is no fault: without "active" postings are archived and go to nobody. */
 bool derive(const ModuleLibrary &module, const ListAddress &list, ListSession *session,
             const char *type)
 {
     const int derived = module.derive(session, type);
     if (derived > 0)
         log_notice(LOG_LIST_REPAIRED, list.name() + ": \"" + type + "\" made anew from the roster");
+    if (derived < 0 && errno == ENOENT) return true;
     if (derived < 0)
         log_error(LOG_LIST_UNUSABLE,
                   list.name() + ": \"" + type + "\" cannot be made from the roster");
@@ -158,8 +161,9 @@ void remove_unfinished_mail(const std::string &directory)
         unlink(file.c_str());
 }
 
-Housekeeper::Housekeeper(const ModuleLibrary &module, const Settings &settings)
-    : module_(module), settings_(settings), thread_([this] { run(); })
+Housekeeper::Housekeeper(const ModuleLibrary &module, const Settings &settings,
+                         const Placeholders &placeholders)
+    : module_(module), settings_(settings), placeholders_(placeholders), thread_([this] { run(); })
 {
 }
 
@@ -181,6 +185,7 @@ void Housekeeper::run()
         lock.unlock();
         for (const ListAddress &list : all_lists(settings_))
             tidy_list(module_, settings_, list);
+        placeholders_.restore();
         lock.lock();
     }
 }

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "host/base/names.h"
+#include "host/base/placeholders.h"
 #include "host/base/settings.h"
 #include "host/mlistd/edge.h"
 #include "host/mlistd/modhost/library.h"
@@ -48,7 +49,8 @@ void remove_unfinished_mail(const std::string &directory);
 class Housekeeper
 {
   public:
-    Housekeeper(const ModuleLibrary &module, const Settings &settings);
+    Housekeeper(const ModuleLibrary &module, const Settings &settings,
+                const Placeholders &placeholders);
     ~Housekeeper();
 
   private:
@@ -56,6 +58,7 @@ class Housekeeper
 
     const ModuleLibrary &module_;
     const Settings &settings_;
+    const Placeholders &placeholders_;
     std::mutex mutex_;
     std::condition_variable ending_;
     bool end_ = false;

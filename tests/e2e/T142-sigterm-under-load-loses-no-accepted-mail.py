@@ -22,7 +22,7 @@ def keep_posting(server, worker):
                 accepted.append((to, token))
 
 
-with daemon(lists=(LIST, OTHER)) as server:
+with daemon(lists=(LIST, OTHER), journal=1000000) as server:     # keeps every mail
     workers = [threading.Thread(target=keep_posting, args=(server, n)) for n in range(6)]
     for worker in workers:
         worker.start()

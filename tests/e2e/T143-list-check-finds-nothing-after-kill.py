@@ -14,7 +14,7 @@ def keep_posting(server):
         pass
 
 
-with daemon() as server:
+with daemon(journal=1000000) as server:      # keeps every mail
     for round in range(5):
         workers = [threading.Thread(target=keep_posting, args=(server,)) for _ in range(3)]
         for worker in workers:

@@ -32,3 +32,12 @@ with daemon(start=False) as server:
     server.accept(message())
     for member in (*MEMBERS, "carol@example.com"):
         server.received(member)
+
+# A list may do without derived files: it archives, and its commands work.
+for name in ("active", "digest"):
+    with daemon(start=False) as server:
+        server.control(name).unlink()
+        server.start()
+        server.accept(message())
+        server.accept(message(number=2, body=b"# help\r\n"), to="mylist-ctl@example.jp")
+        equal(len(server.archived()), 1, f"messages of a list without {name}")

@@ -167,7 +167,7 @@ def expect_last_command(server, commander, line_in_flight):
 
 
 def run(name, relay, mails_of):
-    with daemon({"relay": relay}, lists=(LIST, OTHER), start=False) as server:
+    with daemon({"relay": relay}, lists=(LIST, OTHER), start=False, journal=1000000) as server:
         server.ctl("member", "add", LIST, CAROL)
         stop = threading.Event()
         clients = [Client(server, number, stop) for number in range(CLIENTS)]

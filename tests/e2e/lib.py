@@ -56,7 +56,12 @@ def equal(got, want, what):
         start = max(0, at - 40)
         fail(f"{what}: {len(got)} bytes, wanted {len(want)}; differs at byte {at}\n"
              f"  got    {got[start:at + 40]!r}\n  wanted {want[start:at + 40]!r}")
-    fail(f"{what}: got {got!r}, wanted {want!r}")
+    fail(f"{what}: got {shortened(got)}, wanted {shortened(want)}")
+
+
+def shortened(value, most=2000):
+    text = repr(value)
+    return text if len(text) <= most else f"{text[:most]}... ({len(text)} characters)"
 
 
 def wait_for(what, condition, seconds=PATIENCE):

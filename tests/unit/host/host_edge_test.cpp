@@ -188,9 +188,14 @@ class EdgeTest : public testing::Test
         }};
     Placeholders placeholders;
     struct Order : ListOrder {
-        bool in_order(const ListAddress &) override { return answer; }
+        bool in_order(const ListAddress &) override
+        {
+            if (closes >= 0) close(closes);
+            return answer;
+        }
         void doubt(const ListAddress &list) override { doubted.push_back(list.name()); }
         bool answer = true;
+        int closes = -1;
         std::vector<std::string> doubted;
     } order;
     Edge edge{host, placeholders, order};
@@ -203,7 +208,7 @@ TEST_F(EdgeTest, AListThatIsNotInOrderTakesNoMailYet)
 {
     make_list("one");
     order.answer = false;
-    EXPECT_EQ(451, deliver("one@d").code);
+    EXPECT_EQ("451 4.3.0 the list's files are not in order\r\n", deliver("one@d").line());
     EXPECT_EQ(451, deliver("one-ctl@d", {.from = "a@x"}).code);
     order.answer = true;
     EXPECT_EQ(250, deliver("one@d").code);
@@ -218,6 +223,28 @@ TEST_F(EdgeTest, AListIsDoubtedAfterAFaultOfTheMachine)
     EXPECT_EQ(std::vector<std::string>{}, order.doubted);
     EXPECT_EQ(451, deliver("later@d").code);
     EXPECT_EQ(std::vector<std::string>{"later@d"}, order.doubted);
+}
+
+TEST_F(EdgeTest, AListIsDoubtedAfterCommands)
+{
+    make_list("one");
+    EXPECT_EQ(250, deliver("one-ctl@d", {.from = "a@x"}).code);
+    EXPECT_EQ(std::vector<std::string>{"one@d"}, order.doubted) << "leaving succeeds at any rate";
+}
+
+/* A check that fails may have closed the descriptor whose number is the errno. */
+TEST_F(EdgeTest, APlaceholderThatACheckClosedIsPutBack)
+{
+    make_list("one");
+    const mode_t mask = umask(022);
+    placeholders = std::move(*Placeholders::take());
+    umask(mask);
+    order.closes = LAST_PLACEHOLDER;
+    for (const bool answer : {true, false}) {
+        order.answer = answer;
+        (void)deliver("one@d");
+        EXPECT_NE(-1, fcntl(LAST_PLACEHOLDER, F_GETFD)) << answer;
+    }
 }
 
 TEST_F(EdgeTest, AListThatCannotBeLookedAtIsNotUnknown)

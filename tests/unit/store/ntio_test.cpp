@@ -70,14 +70,14 @@ TEST_F(Ntio, AppendingNeedsTheFile)
     EXPECT_EQ("one\r\ntwo\r\n", read_file(path_));
 }
 
-TEST_F(Ntio, OneTypeNeverOpensWhatIsThere)
+TEST_F(Ntio, CreatingNeverOpensWhatIsThere)
 {
     write_file(path_, "kept");
-    EXPECT_EQ(nullptr, f_open(path(), "wx"));
+    EXPECT_EQ(nullptr, f_create(path()));
     EXPECT_EQ(EEXIST, errno);
     EXPECT_EQ("kept", read_file(path_));
     ASSERT_EQ(0, unlink(path()));
-    FileRecord *file = f_open(path(), "wx");
+    FileRecord *file = f_create(path());
     ASSERT_NE(nullptr, file);
     EXPECT_EQ(5, Fputs("new\r\n", file));
     EXPECT_EQ(1, f_close(file));
