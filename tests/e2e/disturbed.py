@@ -66,13 +66,17 @@ class Disturbed:
             self.post(client)
             client.close()
         if self.answer == 250:
-            wait_for("the mail to leave, or mlistd to die", lambda: self.over() or (
-                server.queue_is_empty() and server.outbox(MEMBERS[0])))
+            wait_for("the last call, or mlistd to die", lambda: self.over() or self.is_done())
         self.ended = self.over()
         self.happened = struct.unpack("@q", count.read_bytes())[0] >= at
 
     def over(self):
         return self.server.process.poll() is not None
+
+    def is_done(self):
+        """The mail has left, and the session that took it has cleared away: nothing is to come."""
+        return (self.server.queue_is_empty() and self.server.outbox(MEMBERS[0])
+                and not any((self.server.data / "spool/in").iterdir()))
 
     def client(self):
         try:
