@@ -27,10 +27,10 @@ struct Worst {
 
 using Run = std::function<void(std::string &text)>;
 
-/* Runs it on 1 KiB, 64 KiB and 1 MiB of each input, and on the largest size of the one that took most
-   steps a byte (of each when LINEAR_ALL is set): from one size to the next, steps for each byte may
-   grow by a fifth.  What takes all of the input must show a step for every eight bytes, or nothing
-   was counted.  LINEAR_SHOW prints what was counted. */
+/* Runs it on 1 KiB, 64 KiB and 1 MiB of each input, and on the largest size of the one that took
+   most steps a byte (of each when LINEAR_ALL is set): from one size to the next, steps for each
+   byte may grow by a fifth.  What takes all of the input must show a step for every eight bytes, or
+   nothing was counted.  LINEAR_SHOW prints what was counted. */
 void demand_linear(const std::vector<Worst> &inputs, const Run &run, size_t largest = 64 * MIB);
 
 /* A descriptor of a file in memory that holds the text, while it lives. */
