@@ -12,6 +12,7 @@
 
 #include "mlist/mlist.h"
 #include "store/file.h"
+#include "tests/support/own_request.h"
 
 namespace fs = std::filesystem;
 
@@ -157,22 +158,11 @@ static char *keep_text(const char *)
 void DeliveryList::deliver(const std::string &file, bool as_command)
 {
     mlist_set_output(discarding_stream());
-    char program[] = "mlist", name[] = "mylist", marker[] = "/c";
-    char *slots[] = {program, name, marker, nullptr};
-    char reply[MLIST_REPLY_TEXT_SIZE] = "", result[MLIST_RESULT_TEXT_SIZE] = "";
-    DeliveryRequest request = {};
-    request.submit = discard;
-    request.message_file = file.c_str();
-    request.argument_count = as_command ? 2 : 1;
-    request.argument_vector = slots;
-    request.domain = "example.jp";
-    request.reply_text = reply;
-    request.result_text = result;
-    request.allocate = malloc;
-    request.release = free;
-    request.keep_text = keep_text;
-    if (ModuleMain(&request) == MLIST_EXIT_ACCEPTED) return;
-    fprintf(stderr, "a mail was not accepted: %s\n", reply);
+    OwnRequest own({discard, keep_text});
+    if (own.deliver(ModuleMain, file, "example.jp", arguments_for("mylist", as_command)) ==
+        MLIST_EXIT_ACCEPTED)
+        return;
+    fprintf(stderr, "a mail was not accepted: %s\n", own.reply_text);
     exit(1);
 }
 

@@ -12,6 +12,7 @@
 #include "fuzz/quick_list.h"
 #include "mlist/mlist.h"
 #include "store/file.h"
+#include "tests/support/own_request.h"
 
 static const char roster[] = "alice@example.net ON \r\nbob@example.jp OFF\r\ncarol@x DGT\r\n";
 static const char confirmations[] = "erin@x 9999/00/01:00:00 0123456789ABCDEF\r\n";
@@ -34,13 +35,7 @@ class Bench
   public:
     Bench()
     {
-        request_.submit = submit;
-        request_.allocate = malloc;
-        request_.release = free;
-        request_.keep_text = strdup;
-        request_.reply_text = reply_text_;
-        request_.result_text = result_text_;
-        tcbcreate(&request_);
+        tcbcreate(&own_.request);
         root_ = list_.root() + "/control";
         fixed_control_root = root_.c_str();
         archive();
@@ -68,7 +63,7 @@ class Bench
         job->settings.confirmation = choice >> 3 & 1;
         job->settings.size_limit = choice >> 4 & 1;
         job->settings.nonmember_command_mask = choice >> 5 & 1 ? 1847u : ALL_COMMANDS;
-        reply_text_[0] = '\0';
+        own_.reply_text[0] = '\0';
     }
 
     void run(const std::string &line)
@@ -88,7 +83,7 @@ class Bench
         const std::string members = list_.get("member");
         if (members.find("carol@x DGT\r\n") == std::string::npos) abort();
         if (!members.ends_with("\r\n")) abort();
-        if (reply_text_[0] != '\0') abort();
+        if (own_.reply_text[0] != '\0') abort();
     }
 
   private:
@@ -112,8 +107,7 @@ class Bench
     QuickList quick_;
     TempList &list_ = quick_.list;
     std::string root_;
-    DeliveryRequest request_ = {};
-    char reply_text_[MLIST_REPLY_TEXT_SIZE] = "", result_text_[MLIST_RESULT_TEXT_SIZE] = "";
+    OwnRequest own_{{submit, strdup}};
 };
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)

@@ -8,11 +8,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <deque>
 #include <set>
 
 #include "fuzz/demand.h"
 #include "fuzz/quick_list.h"
 #include "store/file.h"
+#include "tests/support/own_request.h"
 
 static const char roster[] = "alice@example.net ON \r\nbob@example.jp OFF\r\ncarol@x DGT\r\n";
 
@@ -25,7 +27,7 @@ static struct Host {
         bool distributed; /* to the members who receive */
     };
     std::vector<Mail> mails;
-    std::vector<std::string> kept;
+    std::deque<std::string> kept; /* what was kept stays where it is */
 } host;
 
 static int submit(const char *file, const char *sender, const char *const *recipients,
@@ -53,8 +55,7 @@ static void release(void *memory)
 
 static char *keep_text(const char *text)
 {
-    host.kept.push_back(text);
-    return host.kept.back().data();
+    return host.kept.emplace_back(text).data();
 }
 
 /* -- the list -- */
@@ -117,24 +118,11 @@ class Bench
     {
         const std::string file = quick_.list.control("message");
         write_file(file, mail);
-        std::string program = "mlist", name = "mylist", marker = "/c";
-        char *slots[] = {program.data(), name.data(), command ? marker.data() : nullptr, nullptr};
-        DeliveryRequest request = {};
-        request.submit = submit;
-        request.message_file = file.c_str();
-        request.argument_count = command ? 2 : 1;
-        request.argument_vector = slots;
-        request.domain = "example.jp";
-        request.reply_text = reply_;
-        request.result_text = result_;
-        request.allocate = allocate;
-        request.release = release;
-        request.keep_text = keep_text;
-        memset(reply_, 'x', sizeof(reply_));
+        memset(own_.reply_text, 'x', sizeof(own_.reply_text));
         host.mails.clear();
         host.kept.clear();
-        host.kept.reserve(10000); /* what was kept stays where it is */
-        const int code = ModuleMain(&request);
+        const int code =
+            own_.deliver(ModuleMain, file, "example.jp", arguments_for("mylist", command));
         unlink(file.c_str());
         return code;
     }
@@ -142,8 +130,8 @@ class Bench
     void check_answer(int code)
     {
         demand(code == MLIST_EXIT_ACCEPTED || code == MLIST_EXIT_REFUSED);
-        demand(memchr(reply_, '\0', sizeof(reply_)) != nullptr);
-        demand(code == MLIST_EXIT_ACCEPTED || reply_[0] != '\0');
+        demand(memchr(own_.reply_text, '\0', sizeof(own_.reply_text)) != nullptr);
+        demand(code == MLIST_EXIT_ACCEPTED || own_.reply_text[0] != '\0');
         demand(host.live_blocks == 0);
     }
 
@@ -220,7 +208,7 @@ class Bench
 
     QuickList quick_;
     std::string index_;
-    char reply_[MLIST_REPLY_TEXT_SIZE], result_[MLIST_RESULT_TEXT_SIZE] = "";
+    OwnRequest own_{{submit, keep_text, allocate, release}};
 };
 
 const std::string Bench::archived = "Date: Sun, 15 Nov 2026 09:13:57 +0900\r\nFrom: a@b\r\n"

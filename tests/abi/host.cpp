@@ -1,4 +1,5 @@
 #include "tests/abi/host.h"
+#include "tests/support/own_request.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -131,31 +132,18 @@ Delivered Host::deliver(const std::string &message, const std::vector<std::strin
 {
     std::string file = root_ / ("message." + std::to_string(gettid()));
     write_content(file, message);
-    std::vector<char *> vector{nullptr};
-    for (const std::string &argument : arguments)
-        vector.push_back(const_cast<char *>(argument.c_str()));
-    char reply[MLIST_REPLY_TEXT_SIZE] = "left over";
-    char result[MLIST_RESULT_TEXT_SIZE] = "untouched";
-
+    OwnRequest own({submit, keep_text});
+    strcpy(own.reply_text, "left over");
+    strcpy(own.result_text, "untouched");
     submitted.clear();
     kept_texts.clear();
     result_to_leave = submit_result;
-    DeliveryRequest request{};
-    request.submit = submit;
-    request.message_file = file.c_str();
-    request.argument_count = static_cast<int32_t>(arguments.size());
-    request.argument_vector = vector.data();
-    request.domain = "example.jp";
-    request.reply_text = reply;
-    request.result_text = result;
-    request.allocate = malloc;
-    request.release = free;
-    request.keep_text = keep_text;
 
     Delivered delivered;
-    delivered.exit_code = symbol<decltype(ModuleMain)>("ModuleMain")(&request);
-    delivered.reply = reply;
-    delivered.result = result;
+    delivered.exit_code =
+        own.deliver(symbol<decltype(ModuleMain)>("ModuleMain"), file, "example.jp", arguments);
+    delivered.reply = own.reply_text;
+    delivered.result = own.result_text;
     delivered.submitted = submitted;
     return delivered;
 }

@@ -9,6 +9,7 @@
 
 #include "tests/concurrency/notes.h"
 #include "tests/concurrency/visit.h"
+#include "tests/support/own_request.h"
 
 const char *action_name(int action)
 {
@@ -61,26 +62,13 @@ int Worker::deliver(const std::string &message, int list, bool to_control)
 {
     const std::string file = ground_.notes("message." + std::to_string(number_));
     write_note(file, message);
-    std::string name = Ground::list_name(list), marker = "/c", program = "mlist";
-    char *slots[] = {program.data(), name.data(), to_control ? marker.data() : nullptr, nullptr};
-    char reply[MLIST_REPLY_TEXT_SIZE] = "", result[MLIST_RESULT_TEXT_SIZE] = "";
-    DeliveryRequest request = {};
-    request.submit = WorkerOps::submit;
-    request.message_file = file.c_str();
-    request.argument_count = to_control ? 2 : 1;
-    request.argument_vector = slots;
-    request.domain = "example.jp";
-    request.reply_text = reply;
-    request.result_text = result;
-    request.allocate = malloc;
-    request.release = free;
-    request.keep_text = WorkerOps::keep_text;
-
+    OwnRequest own({WorkerOps::submit, WorkerOps::keep_text});
     taken_ = 0;
     list_ = list;
-    const int code = calls_.deliver(&request);
+    const int code = own.deliver(calls_.deliver, file, "example.jp",
+                                 arguments_for(Ground::list_name(list), to_control));
     kept_texts_.clear();
-    if (code != 0) complain("exit " + std::to_string(code) + ": " + reply);
+    if (code != 0) complain("exit " + std::to_string(code) + ": " + own.reply_text);
     if (taken_ != 1) complain(std::to_string(taken_) + " mails were submitted");
     return code;
 }

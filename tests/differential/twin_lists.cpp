@@ -92,21 +92,11 @@ static std::string text_of(const std::vector<LogLine> &log)
 
 Trace TwinLists::deliver(int (*main)(DeliveryRequest *), const std::vector<std::string> &arguments)
 {
-    std::vector<std::string> words = arguments;
-    words.insert(words.begin(), "mlist");
-    std::vector<char *> slots;
-    for (std::string &word : words)
-        slots.push_back(word.data());
-    slots.push_back(nullptr);
-    host.request.message_file = message_.c_str();
-    host.request.domain = "example.jp";
-    host.request.argument_count = static_cast<int32_t>(arguments.size());
-    host.request.argument_vector = slots.data();
     host.submissions.clear();
     host.set_result("as it was");
 
     Trace trace;
-    trace.exit_code = main(&host.request);
+    trace.exit_code = host.deliver_to(main, message_, "example.jp", arguments);
     EXPECT_EQ(0, host.live_blocks) << "memory of the delivery was not given back";
     trace.reply = host.reply();
     trace.result = host.result();

@@ -15,6 +15,7 @@
 
 #include "module/os.h"
 #include "tests/pipeline/pipeline.h"
+#include "tests/support/own_request.h"
 
 /* Memory that may come and go with the length of a name or a number. */
 static constexpr size_t SLACK = 16 * 1024;
@@ -71,21 +72,9 @@ class Leaks : public ::testing::Test
 
     int deliver(const std::string &file, bool command)
     {
-        std::string program = "mlist", name = "mylist", marker = "/c";
-        char *slots[] = {program.data(), name.data(), command ? marker.data() : nullptr, nullptr};
-        char reply[MLIST_REPLY_TEXT_SIZE] = "", result[MLIST_RESULT_TEXT_SIZE] = "";
-        DeliveryRequest request = {};
-        request.submit = LeakHost::submit;
-        request.message_file = file.c_str();
-        request.argument_count = command ? 2 : 1;
-        request.argument_vector = slots;
-        request.domain = "example.jp";
-        request.reply_text = reply;
-        request.result_text = result;
-        request.allocate = malloc;
-        request.release = free;
-        request.keep_text = LeakHost::keep_text;
-        const int code = ModuleMain(&request);
+        OwnRequest own({LeakHost::submit, LeakHost::keep_text});
+        const int code =
+            own.deliver(ModuleMain, file, "example.jp", arguments_for("mylist", command));
         kept_texts.clear();
         kept_texts.shrink_to_fit();
         return code;

@@ -63,17 +63,10 @@ struct FakeHostOps {
 };
 
 FakeHost::FakeHost()
+    : OwnRequest({FakeHostOps::submit, FakeHostOps::keep_text, FakeHostOps::allocate,
+                  FakeHostOps::release})
 {
-    memset(&request, 0, sizeof(request));
-    memset(reply_text_, 'x', sizeof(reply_text_) - 1);
-    reply_text_[sizeof(reply_text_) - 1] = '\0';
-    memset(result_text_, 0, sizeof(result_text_));
-    request.submit = FakeHostOps::submit;
-    request.reply_text = reply_text_;
-    request.result_text = result_text_;
-    request.allocate = FakeHostOps::allocate;
-    request.release = FakeHostOps::release;
-    request.keep_text = FakeHostOps::keep_text;
+    memset(reply_text, 'x', sizeof(reply_text) - 1);
     current_host = this;
 }
 
@@ -86,5 +79,5 @@ FakeHost::~FakeHost()
 
 void FakeHost::set_result(const std::string &text)
 {
-    snprintf(result_text_, sizeof(result_text_), "%s", text.c_str());
+    snprintf(result_text, sizeof(result_text), "%s", text.c_str());
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "mlist/mlist.h"
+#include "tests/support/own_request.h"
 
 struct Submission {
     std::string file, content; /* the message file's path and what it held */
@@ -19,7 +19,7 @@ struct Submission {
 };
 
 /* One per thread at a time; binds itself to the constructing thread. */
-class FakeHost
+class FakeHost : OwnRequest
 {
   public:
     FakeHost();
@@ -31,9 +31,16 @@ class FakeHost
     int deliver(const std::string &message_file, const std::string &domain,
                 const std::vector<std::string> &arguments);
 
-    DeliveryRequest request;
-    std::string reply() const { return reply_text_; }
-    std::string result() const { return result_text_; }
+    /* The same with what stands in for ModuleMain(). */
+    int deliver_to(int (*main)(DeliveryRequest *), const std::string &message_file,
+                   const std::string &domain, const std::vector<std::string> &arguments)
+    {
+        return OwnRequest::deliver(main, message_file, domain, arguments);
+    }
+
+    using OwnRequest::request;
+    std::string reply() const { return reply_text; }
+    std::string result() const { return result_text; }
     void set_result(const std::string &text);          /* fills the request's result buffer */
     std::vector<Submission> submissions;               /* in order */
     std::function<void(const Submission &)> submitted; /* told of each that is taken, if set */
@@ -44,8 +51,6 @@ class FakeHost
     long fail_allocation = -1; /* the n-th allocation from now (0 the next) fails, -1 none */
 
   private:
-    char reply_text_[MLIST_REPLY_TEXT_SIZE];
-    char result_text_[MLIST_RESULT_TEXT_SIZE];
     std::vector<char *> kept_;
     friend struct FakeHostOps;
 };

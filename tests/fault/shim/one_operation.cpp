@@ -13,6 +13,7 @@
 #include <string.h>
 #include <unistd.h>
 
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -21,12 +22,13 @@
 
 #include "mlist/admin.h"
 #include "mlist/mlist.h"
+#include "tests/support/own_request.h"
 
 namespace fs = std::filesystem;
 
 static std::string root;
 static void *library;
-static std::vector<std::string> kept;
+static std::deque<std::string> kept;
 
 template <class Type> static Type *symbol(const char *name)
 {
@@ -87,24 +89,11 @@ static void deliver(const char *word, const std::string &mail, bool to_control)
 {
     const std::string file = root + "/message";
     std::ofstream(file, std::ios::binary) << mail;
-    char program[] = "mlist", list[] = "mylist", marker[] = "/c";
-    char *slots[] = {program, list, to_control ? marker : nullptr, nullptr};
-    char reply[MLIST_REPLY_TEXT_SIZE] = "", result[MLIST_RESULT_TEXT_SIZE] = "";
-    kept.reserve(1000);
-    DeliveryRequest request = {};
-    request.submit = submit;
-    request.message_file = file.c_str();
-    request.argument_count = to_control ? 2 : 1;
-    request.argument_vector = slots;
-    request.domain = "example.jp";
-    request.reply_text = reply;
-    request.result_text = result;
-    request.allocate = malloc;
-    request.release = free;
-    request.keep_text = keep_text;
-    const int code = MODULE(ModuleMain)(&request);
-    reply[strcspn(reply, "\r\n")] = '\0';
-    printf("%s %d %s\n", word, code, reply);
+    OwnRequest own({submit, keep_text});
+    const int code =
+        own.deliver(MODULE(ModuleMain), file, "example.jp", arguments_for("mylist", to_control));
+    own.reply_text[strcspn(own.reply_text, "\r\n")] = '\0';
+    printf("%s %d %s\n", word, code, own.reply_text);
 }
 
 static std::string mail_of(const std::string &from, const std::string &id, const std::string &body)
