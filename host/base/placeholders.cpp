@@ -1,6 +1,8 @@
 #include "host/base/placeholders.h"
 
+#include <array>
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 
@@ -13,12 +15,27 @@ int moved_above(int fd)
     return moved;
 }
 
-static bool is_open(int fd)
+using Numbers = std::array<pollfd, LAST_PLACEHOLDER + 1>;
+
+/* One call for all of them, since it is made with every delivery: a number that is closed is told
+   as POLLNVAL.  When the call fails each of them is taken for closed, which is harmless. */
+static Numbers look_at_all()
 {
-    return fcntl(fd, F_GETFD) >= 0;
+    Numbers numbers{};
+    for (int number = 0; number <= LAST_PLACEHOLDER; ++number)
+        numbers[static_cast<size_t>(number)].fd = number;
+    if (poll(numbers.data(), numbers.size(), 0) < 0)
+        for (pollfd &number : numbers)
+            number.revents = POLLNVAL;
+    return numbers;
 }
 
-/* 0 to 2 without close-on-exec: a child expects them. */
+static bool is_closed(const pollfd &number)
+{
+    return (number.revents & POLLNVAL) != 0;
+}
+
+/* Leaves a number that is open as it is.  0 to 2 without close-on-exec: a child expects them. */
 static void take_number(int null, int number)
 {
     const int got = fcntl(null, number <= 2 ? F_DUPFD : F_DUPFD_CLOEXEC, number);
@@ -36,15 +53,15 @@ Result<Placeholders> Placeholders::take()
     if (!placeholders.null_) return system_error("descriptor placeholders");
     low.reset();
     placeholders.restore();
-    for (int number = 0; number <= LAST_PLACEHOLDER; ++number)
-        if (!is_open(number)) return system_error("descriptor placeholders");
+    for (const pollfd &number : look_at_all())
+        if (is_closed(number)) return system_error("descriptor placeholders");
     return placeholders;
 }
 
 void Placeholders::restore() const
 {
     const int saved = errno;
-    for (int number = 0; number <= LAST_PLACEHOLDER; ++number)
-        if (!is_open(number)) take_number(null_.get(), number);
+    for (const pollfd &number : look_at_all())
+        if (is_closed(number)) take_number(null_.get(), number.fd);
     errno = saved;
 }

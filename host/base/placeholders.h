@@ -23,8 +23,9 @@ class Placeholders
        files, and ignores SIGPIPE. */
     static Result<Placeholders> take();
 
-    /* Takes numbers back that have been closed since.  Never touches a number that is in use; a
-       number that another thread takes meanwhile stays with that thread until it closes it. */
+    /* Takes numbers back that have been closed since; one system call when none has.  Never touches
+       a number that is in use; a number that another thread takes meanwhile stays with that thread
+       until it closes it. */
     void restore() const;
 
   private:

@@ -200,12 +200,9 @@ std::optional<ModuleAnswer> Edge::deliver_own(const ListAddress &recipient, cons
 {
     const auto pass = gate_.enter(recipient.name(), patience);
     if (!pass) return std::nullopt;
-    /* Either may have copied a control file and closed a placeholder. */
-    const bool ready = order_.in_order(recipient);
-    placeholders_.restore();
-    if (!ready) return ModuleAnswer{MLIST_EXIT_LATER, "the list's files are not in order", ""};
+    if (!order_.in_order(recipient))
+        return ModuleAnswer{MLIST_EXIT_LATER, "the list's files are not in order", ""};
     ModuleAnswer answer = run_module(host_, recipient, file);
-    placeholders_.restore();
     /* Somebody who leaves is told so even where "active" could not follow. */
     if (recipient.role == Role::control || reply_for(answer).code == 451) order_.doubt(recipient);
     if (answer.exit_code != MLIST_EXIT_ACCEPTED)

@@ -3,7 +3,6 @@
 #ifndef HOST_MLISTD_EDGE_H
 #define HOST_MLISTD_EDGE_H
 
-#include "host/base/placeholders.h"
 #include "host/mlistd/lmtp/session.h"
 #include "host/mlistd/modhost/delivery.h"
 #include "host/mlistd/modhost/gate.h"
@@ -22,9 +21,8 @@ class ListOrder
 class Edge : public LmtpHandler
 {
   public:
-    Edge(const ModuleHost &host, const Placeholders &placeholders, ListOrder &order)
-        : host_(host), placeholders_(placeholders), order_(order),
-          gate_(static_cast<size_t>(host.settings.module_gate))
+    Edge(const ModuleHost &host, ListOrder &order)
+        : host_(host), order_(order), gate_(static_cast<size_t>(host.settings.module_gate))
     {
     }
 
@@ -42,7 +40,6 @@ class Edge : public LmtpHandler
     Reply hand_to_module(const ListAddress &recipient, const std::string &file);
 
     const ModuleHost &host_;
-    const Placeholders &placeholders_;
     ListOrder &order_;
     DeliveryGate gate_;
 };

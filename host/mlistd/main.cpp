@@ -154,14 +154,14 @@ int serve(const Settings &settings, const Placeholders &placeholders)
     const ModuleLibrary module = start_module(settings);
     const auto spool = open_spool(settings);
     const auto runner = make_runner(settings, *spool);
-    const ModuleHost host{module, settings,
+    const ModuleHost host{module, settings, placeholders,
                           [&spool](const std::string &file, const std::string &sender,
                                    std::span<const std::string> recipients,
                                    const std::string &list) {
                               return spool->submit(file, sender, recipients, list);
                           }};
-    CheckedLists lists(module, settings);
-    Edge edge(host, placeholders, lists);
+    CheckedLists lists(host);
+    Edge edge(host, lists);
     const LmtpConfig config = lmtp_config(settings);
     const Fd stop_event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!stop_event) throw StartFailure{EX_OSERR, system_error("eventfd").text};
@@ -179,8 +179,7 @@ int serve(const Settings &settings, const Placeholders &placeholders)
     remove_unfinished_mail(config.in_directory);
     remove_unfinished_mail(settings.outbox_directory + "/.stage");
     lists.check_all();
-    placeholders.restore();
-    const Housekeeper housekeeper(module, settings, placeholders);
+    const Housekeeper housekeeper(host);
 
     runner->start();
     ModuleDigestLists digest_lists(host, edge);

@@ -133,7 +133,7 @@ void tidy_list(const ModuleLibrary &module, const Settings &settings, const List
 
 void CheckedLists::check_all()
 {
-    for (const ListAddress &list : all_lists(settings_))
+    for (const ListAddress &list : all_lists(host_.settings))
         (void)in_order(list);
 }
 
@@ -143,7 +143,9 @@ bool CheckedLists::in_order(const ListAddress &list)
         const std::lock_guard lock(mutex_);
         if (in_order_.contains(list.name())) return true;
     }
-    if (!check_list(module_, settings_, list)) return false;
+    const bool well = check_list(host_.module, host_.settings, list);
+    host_.placeholders.restore();
+    if (!well) return false;
     const std::lock_guard lock(mutex_);
     in_order_.insert(list.name());
     return true;
@@ -161,11 +163,7 @@ void remove_unfinished_mail(const std::string &directory)
         unlink(file.c_str());
 }
 
-Housekeeper::Housekeeper(const ModuleLibrary &module, const Settings &settings,
-                         const Placeholders &placeholders)
-    : module_(module), settings_(settings), placeholders_(placeholders), thread_([this] { run(); })
-{
-}
+Housekeeper::Housekeeper(const ModuleHost &host) : host_(host), thread_([this] { run(); }) {}
 
 Housekeeper::~Housekeeper()
 {
@@ -179,13 +177,13 @@ Housekeeper::~Housekeeper()
 
 void Housekeeper::run()
 {
-    module_.set_output(discarding_stream());
+    host_.module.set_output(discarding_stream());
     std::unique_lock lock(mutex_);
     while (!ending_.wait_for(lock, TIDY_PAUSE, [this] { return end_; })) {
         lock.unlock();
-        for (const ListAddress &list : all_lists(settings_))
-            tidy_list(module_, settings_, list);
-        placeholders_.restore();
+        for (const ListAddress &list : all_lists(host_.settings))
+            tidy_list(host_.module, host_.settings, list);
+        host_.placeholders.restore();
         lock.lock();
     }
 }

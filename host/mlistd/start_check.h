@@ -9,23 +9,18 @@
 #include <thread>
 
 #include "host/base/names.h"
-#include "host/base/placeholders.h"
-#include "host/base/settings.h"
 #include "host/mlistd/edge.h"
-#include "host/mlistd/modhost/library.h"
+#include "host/mlistd/modhost/delivery.h"
 
 /* Which lists are in order.  Under a list's lock rewrites that were cut short are finished or
    discarded, "active" and "digest" made anew where they disagree with the roster (a kill between
    the rewrites leaves them behind: somebody's mail would go nowhere), old work files removed.  A
    list that resists is logged, and checked again whenever it is asked about; so is one after a
-   fault of the machine.  From any thread. */
+   fault of the machine.  The placeholders are back after each check.  From any thread. */
 class CheckedLists : public ListOrder
 {
   public:
-    CheckedLists(const ModuleLibrary &module, const Settings &settings)
-        : module_(module), settings_(settings)
-    {
-    }
+    explicit CheckedLists(const ModuleHost &host) : host_(host) {}
 
     /* Every list that there is. */
     void check_all();
@@ -35,8 +30,7 @@ class CheckedLists : public ListOrder
     void doubt(const ListAddress &list) override;
 
   private:
-    const ModuleLibrary &module_;
-    const Settings &settings_;
+    const ModuleHost &host_;
     std::mutex mutex_;
     std::set<std::string> in_order_;
 };
@@ -49,16 +43,13 @@ void remove_unfinished_mail(const std::string &directory);
 class Housekeeper
 {
   public:
-    Housekeeper(const ModuleLibrary &module, const Settings &settings,
-                const Placeholders &placeholders);
+    explicit Housekeeper(const ModuleHost &host);
     ~Housekeeper();
 
   private:
     void run();
 
-    const ModuleLibrary &module_;
-    const Settings &settings_;
-    const Placeholders &placeholders_;
+    const ModuleHost &host_;
     std::mutex mutex_;
     std::condition_variable ending_;
     bool end_ = false;

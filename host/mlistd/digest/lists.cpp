@@ -56,8 +56,9 @@ Result<int> ModuleDigestLists::digest_minute(const ListAddress &list)
     const auto lock = try_lock(list);
     if (!lock) return lock.error();
     ListSettings settings = *host_.module.default_settings;
-    if (host_.module.read_settings(list.list.c_str(), list.domain.c_str(), &settings) != 0)
-        return Error{"settings not read", EIO};
+    const int read = host_.module.read_settings(list.list.c_str(), list.domain.c_str(), &settings);
+    host_.placeholders.restore();
+    if (read != 0) return Error{"settings not read", EIO};
     minutes_[list.name()] = {*stamp, settings.digest_time};
     return settings.digest_time;
 }

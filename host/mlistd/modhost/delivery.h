@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/base/names.h"
+#include "host/base/placeholders.h"
 #include "host/base/result.h"
 #include "host/base/settings.h"
 #include "host/mlistd/modhost/arena.h"
@@ -18,10 +19,12 @@ using QueueMessage = std::function<Result<std::string>(
     const std::string &file, const std::string &sender, std::span<const std::string> recipients,
     const std::string &list)>;
 
-/* What all deliveries share. */
+/* What all deliveries share.  Whoever lets the module copy a control file (a delivery, a check, the
+   reading of settings) restores the placeholders when it is done. */
 struct ModuleHost {
     const ModuleLibrary &module;
     const Settings &settings;
+    const Placeholders &placeholders;
     QueueMessage queue;
 };
 
@@ -31,7 +34,8 @@ struct ModuleAnswer {
     std::string result_text;
 };
 
-/* Runs the module for a posting or (Role::control) a command mail.  The list must exist. */
+/* Runs the module for a posting or (Role::control) a command mail.  The list must exist.  The
+   placeholders are back when it returns. */
 ModuleAnswer run_module(const ModuleHost &host, const ListAddress &list, const std::string &file);
 
 /* The delivery that the calling thread is in; null outside of one. */

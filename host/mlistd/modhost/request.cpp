@@ -54,6 +54,7 @@ ModuleAnswer run_module(const ModuleHost &host, const ListAddress &list, const s
     thread_delivery = &delivery;
     const int exit_code = host.module.main(&request);
     thread_delivery = nullptr;
+    host.placeholders.restore();
     return {exit_code, std::string(reply_text, strnlen(reply_text, sizeof(reply_text))),
             std::string(result_text, strnlen(result_text, sizeof(result_text)))};
 }

@@ -54,7 +54,8 @@ class DigestListsTest : public testing::Test
     Settings settings;
     ModuleLibrary module{};
     std::vector<std::string> queued; /* sender, recipients, mail */
-    ModuleHost host{module, settings,
+    Placeholders placeholders;
+    ModuleHost host{module, settings, placeholders,
                     [this](const std::string &file, const std::string &sender,
                            std::span<const std::string> recipients,
                            const std::string &) -> Result<std::string> {
@@ -64,12 +65,11 @@ class DigestListsTest : public testing::Test
                         queued.push_back(read_file(file));
                         return std::string("1");
                     }};
-    Placeholders placeholders;
     struct Order : ListOrder {
         bool in_order(const ListAddress &) override { return true; }
         void doubt(const ListAddress &) override {}
     } order;
-    Edge edge{host, placeholders, order};
+    Edge edge{host, order};
     ModuleDigestLists lists{host, edge};
 };
 
@@ -122,6 +122,21 @@ TEST_F(DigestListsTest, AListThatIsHeldIsBusyAndNotWaitedFor)
     EXPECT_TRUE(queued.empty());
     EXPECT_EQ(lists.push(list, 0), Push::done);
     ASSERT_TRUE(lists.digest_minute(list));
+}
+
+/* Reading them finishes a rewrite that was cut short; a sync that fails then closes a number. */
+TEST_F(DigestListsTest, APlaceholderThatReadingTheSettingsClosedIsPutBack)
+{
+    const ListAddress list = make_list("one");
+    const mode_t mask = umask(022);
+    placeholders = std::move(*Placeholders::take());
+    umask(mask);
+    module.read_settings = [](const char *, const char *, ListSettings *) {
+        close(LAST_PLACEHOLDER);
+        return 0;
+    };
+    EXPECT_TRUE(lists.digest_minute(list));
+    EXPECT_NE(-1, fcntl(LAST_PLACEHOLDER, F_GETFD));
 }
 
 TEST_F(DigestListsTest, TheMinuteFollowsTheSettings)

@@ -176,8 +176,9 @@ class EdgeTest : public testing::Test
     ModuleLibrary module{};
     std::vector<Queued> queued;
     bool queue_works = true;
+    Placeholders placeholders;
     ModuleHost host{
-        module, settings,
+        module, settings, placeholders,
         [this](const std::string &file, const std::string &sender,
                std::span<const std::string> recipients,
                const std::string &list) -> Result<std::string> {
@@ -186,19 +187,13 @@ class EdgeTest : public testing::Test
                 {read_file(file), sender, {recipients.begin(), recipients.end()}, list});
             return std::to_string(queued.size());
         }};
-    Placeholders placeholders;
     struct Order : ListOrder {
-        bool in_order(const ListAddress &) override
-        {
-            if (closes >= 0) close(closes);
-            return answer;
-        }
+        bool in_order(const ListAddress &) override { return answer; }
         void doubt(const ListAddress &list) override { doubted.push_back(list.name()); }
         bool answer = true;
-        int closes = -1;
         std::vector<std::string> doubted;
     } order;
-    Edge edge{host, placeholders, order};
+    Edge edge{host, order};
     const std::string mail = scratch.path("mail");
 };
 
@@ -230,21 +225,6 @@ TEST_F(EdgeTest, AListIsDoubtedAfterCommands)
     make_list("one");
     EXPECT_EQ(250, deliver("one-ctl@d", {.from = "a@x"}).code);
     EXPECT_EQ(std::vector<std::string>{"one@d"}, order.doubted) << "leaving succeeds at any rate";
-}
-
-/* A check that fails may have closed the descriptor whose number is the errno. */
-TEST_F(EdgeTest, APlaceholderThatACheckClosedIsPutBack)
-{
-    make_list("one");
-    const mode_t mask = umask(022);
-    placeholders = std::move(*Placeholders::take());
-    umask(mask);
-    order.closes = LAST_PLACEHOLDER;
-    for (const bool answer : {true, false}) {
-        order.answer = answer;
-        (void)deliver("one@d");
-        EXPECT_NE(-1, fcntl(LAST_PLACEHOLDER, F_GETFD)) << answer;
-    }
 }
 
 TEST_F(EdgeTest, AListThatCannotBeLookedAtIsNotUnknown)
