@@ -1,4 +1,4 @@
-/* One reply while it is written, and its parts. */
+/* One mail of the module's own while it is written, and the parts of a reply. */
 #ifndef COMMANDS_REPLY_FILE_H
 #define COMMANDS_REPLY_FILE_H
 
@@ -9,6 +9,12 @@
 
 #define COMPOSE_SIZE 16384 /* header, MIME lines and opening block together */
 
+/* How a failed write is reported: on the error stream under its own name, then in the log. */
+struct WriteTexts {
+    const char *stream; /* "fputs1", "fputs" and so on */
+    FailText log;       /* path: the reply file */
+};
+
 /* The file, closed on every path. */
 struct ReplyFile {
     explicit ReplyFile(DeliveryJob *delivery) : job(delivery) {}
@@ -16,18 +22,15 @@ struct ReplyFile {
     ReplyFile(const ReplyFile &) = delete;
     ReplyFile &operator=(const ReplyFile &) = delete;
 
-    [[nodiscard]] int open();  /* 0 or -1 (208) */
-    [[nodiscard]] int close(); /* what was collected is written and synced; 0 or -1 */
+    /* Creates "msg/KIND.TID"; the text takes its path.  0 or -1, logged. */
+    [[nodiscard]] int open(const char *kind, const FailText &fail);
+
+    /* What was collected is written and synced.  0 or -1, reported. */
+    [[nodiscard]] int close(const WriteTexts &texts);
 
     DeliveryJob *const job;
     char path[PATH_SIZE] = "";
     FileRecord *file = nullptr;
-};
-
-/* How a failed write is reported: on the error stream under its own name, then in the log. */
-struct WriteTexts {
-    const char *stream; /* "fputs1", "fputs" and so on */
-    FailText log;       /* path: the reply file */
 };
 
 /* Writes a text; collected until the step ends.  0 or -1. */
@@ -39,10 +42,16 @@ struct WriteTexts {
 /* A failed write, reported; always -1. */
 int reply_write_failed(ReplyFile *reply, const WriteTexts &texts);
 
-/* Copies a file's lines as Fgets() hands them out, and closes the file without syncing it.  0 or
-   -1, reported. */
-[[nodiscard]] int reply_copy_lines(ReplyFile *reply, FileRecord *from, const WriteTexts &write,
-                                   const FailText &read);
+/* How copying lines is reported. */
+struct CopyTexts {
+    WriteTexts write;
+    FailText read;
+};
+
+/* Copies a file's lines as Fgets() hands them out, and ends the step.  0 or -1, reported; a failed
+   read is logged with shown_path. */
+[[nodiscard]] int reply_copy_lines(ReplyFile *reply, FileRecord *from, const CopyTexts &texts,
+                                   const char *shown_path);
 
 /* Opens an archived message for reading lines; null when it cannot be opened. */
 FileRecord *open_archived(const DeliveryJob *job, uint32_t number);

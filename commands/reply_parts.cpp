@@ -32,11 +32,12 @@ int put_messages(ReplyFile *reply, const char *list)
 {
     static const WriteTexts head = {"fputs",
                                     {1, 229, "mlname=%s create_cmdrpy fputs6 error %m [%s]"}};
-    static const WriteTexts body = {"fputs",
-                                    {1, 230, "mlname=%s create_cmdrpy fputs7 error %m [%s]"}};
+    static const CopyTexts body = {
+        {"fputs", {1, 230, "mlname=%s create_cmdrpy fputs7 error %m [%s]"}},
+        {1, 231, "mlname=%s create_cmdrpy fgets3 error %m [%s]"},
+    };
     static const WriteTexts end = {"fputs",
                                    {1, 232, "mlname=%s create_cmdrpy fputs8 error %m [%s]"}};
-    static const FailText read(1, 231, "mlname=%s create_cmdrpy fgets3 error %m [%s]");
     char block[LINE_SIZE] = "";
     for (list = skip_space_tab(list); is_ascii_digit(static_cast<unsigned char>(*list));
          list = skip_space_tab(skipdigit(list))) {
@@ -44,7 +45,9 @@ int put_messages(ReplyFile *reply, const char *list)
         if (reply_put(reply, block, head) < 0 || reply_end_step(reply, head) < 0) return -1;
         FileRecord *message = open_archived(reply->job, atodw(list));
         if (message == nullptr) continue; /* its part stays empty */
-        if (reply_copy_lines(reply, message, body, read) < 0) return -1;
+        const int copied = reply_copy_lines(reply, message, body, reply->path);
+        close_archived(message);
+        if (copied < 0) return -1;
     }
     make_cmdrpy_mimeperiod(reply->job, block, sizeof(block));
     return reply_put(reply, block, end) < 0 ? -1 : reply_end_step(reply, end);
@@ -57,15 +60,18 @@ int put_members(ReplyFile *reply)
     static const FailText recover(1, 219, "mlname=%s create_cmdrpy recover error %m [%s]");
     static const FailText open(1, 220,
                                "mlname=%s create_cmdrpy can't open information file %m [%s]");
-    static const WriteTexts write = {"fputs",
-                                     {1, 221, "mlname=%s create_cmdrpy fputs error %m [%s]"}};
-    static const FailText read(1, 222, "mlname=%s create_cmdrpy fgets1 error %m [%s]");
+    static const CopyTexts copy = {
+        {"fputs", {1, 221, "mlname=%s create_cmdrpy fputs error %m [%s]"}},
+        {1, 222, "mlname=%s create_cmdrpy fgets1 error %m [%s]"},
+    };
     char path[PATH_SIZE];
     if (control_path(path, reply->job, "member") < 0 || f_recover(path) < 0)
         return log_failure(recover, reply->job->list_name, path);
     FileRecord *roster = f_open(path, "r");
     if (roster == nullptr) return log_failure(open, reply->job->list_name, path);
-    return reply_copy_lines(reply, roster, write, read);
+    const int copied = reply_copy_lines(reply, roster, copy, reply->path);
+    close_archived(roster);
+    return copied;
 }
 
 int put_status(ReplyFile *reply)

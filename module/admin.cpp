@@ -16,35 +16,21 @@
 #include "store/ntio.h"
 #include "store/str.h"
 
-#define LIST_NAME_MAX 32
-
-static int refuse_submission(const char *, const char *, const char *const *, const char *, char *)
-{
-    return 0;
-}
-
+/* Stricter than a delivery, which makes a usable name of every character. */
 static bool is_component(const char *name, size_t longest)
 {
-    const size_t length = strlen(name);
-    if (length == 0 || length > longest) return false;
-    if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) return false;
+    if (unusable_component(name) || strlen(name) > longest) return false;
     for (const char *p = name; *p != '\0'; ++p)
-        if (*p == '/' || static_cast<unsigned char>(*p) < ' ' || *p == 0x7F) return false;
+        if (static_cast<unsigned char>(*p) < ' ' || *p == 0x7F) return false;
     return true;
 }
 
 static void fill_session(ListSession *session, const char *list, const char *domain)
 {
-    session->request.submit = refuse_submission;
-    session->request.reply_text = session->reply_text;
-    session->request.result_text = session->result_text;
-    session->request.allocate = malloc;
-    session->request.release = free;
-    session->request.keep_text = strdup;
-
+    fill_own_request(&session->request, session->reply_text, session->result_text);
     DeliveryJob *job = &session->job;
     job->output = mlist_get_output();
-    job->submit = refuse_submission;
+    job->submit = session->request.submit;
     job->lock_fd = -1;
     job->header_index = -1;
     job->thread_id = gettid();

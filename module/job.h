@@ -29,19 +29,21 @@ enum JobFlag : uint32_t {
     JOB_LOCK_TIMED_OUT = 16
 };
 
-enum HeaderBit : uint32_t { /* header lines that the list still has to add */
-                            ADD_XML_NAME = 1,
-                            ADD_XMAIL_COUNT = 2,
-                            ADD_PRECEDENCE = 4,
-                            ADD_ERRORS_TO = 8, /* cleared, never acted upon */
-                            ADD_REPLY_TO = 16,
-                            ADD_UNUSED = 32 /* set, never read */
+/* Header lines that the list still has to add. */
+enum HeaderBit : uint32_t {
+    ADD_XML_NAME = 1,
+    ADD_XMAIL_COUNT = 2,
+    ADD_PRECEDENCE = 4,
+    ADD_ERRORS_TO = 8, /* cleared, never acted upon */
+    ADD_REPLY_TO = 16,
+    ADD_UNUSED = 32 /* set, never read */
 };
 
-enum ContentKind {                    /* also the banner mode */
-                   CONTENT_OTHER = 0, /* not text/plain: no banners */
-                   CONTENT_PLAIN = 1, /* text/plain of another charset, or no Content-Type at all */
-                   CONTENT_JIS = 2    /* text/plain in iso-2022-jp */
+/* Also the banner mode. */
+enum ContentKind {
+    CONTENT_OTHER = 0, /* not text/plain: no banners */
+    CONTENT_PLAIN = 1, /* text/plain of another charset, or no Content-Type at all */
+    CONTENT_JIS = 2    /* text/plain in iso-2022-jp */
 };
 
 /* The archive's index between two transactions of a delivery: open, not locked. */

@@ -10,6 +10,12 @@
 #include "store/file.h"
 #include "store/str.h"
 
+bool unusable_component(const char *name)
+{
+    return name[0] == '\0' || strcmp(name, ".") == 0 || strcmp(name, "..") == 0 ||
+           strchr(name, '/') != nullptr;
+}
+
 void address_check(const char *in, char *out)
 {
     for (; *in != '\0'; ++in) {

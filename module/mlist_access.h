@@ -6,6 +6,11 @@
 
 #define OWNER_ADDRESS_SIZE (LIST_NAME_SIZE + DOMAIN_SIZE + 16)
 
+#define LIST_NAME_MAX 32
+
+/* Whether a name would lead elsewhere when used as a path component. */
+bool unusable_component(const char *name);
+
 /* Copies a name for use as a path component: "/" and control characters become ":", capitals
    small.  out needs the length of in and a NUL. */
 void address_check(const char *in, char *out);

@@ -18,18 +18,10 @@
 #include "store/ntio.h"
 #include "store/str.h"
 
-#define LIST_NAME_MAX 32
 #define JOURNAL_BUFFER_SIZE 65536
 #define MESSAGE_BUFFER_SIZE 65536
 
 /* -- directories -- */
-
-/* Whether a name would lead elsewhere when used as a path component. */
-static bool unusable_component(const char *name)
-{
-    return name[0] == '\0' || strcmp(name, ".") == 0 || strcmp(name, "..") == 0 ||
-           strchr(name, '/') != nullptr;
-}
 
 static int make_directory(const char *root, const char *domain, const char *list)
 {

@@ -15,9 +15,9 @@
 #include "store/file.h"
 #include "store/str.h"
 
-static Verdict step_failed(Run *run, const char *text_of_step, int code, int msgno)
+Verdict step_failed(Run *run, const char *text, int code, int msgno)
 {
-    trace_sys(&g_logh, 1, msgno, "mlname=%s %s", run->job.list_name, text_of_step);
+    trace_sys(&g_logh, 1, msgno, "mlname=%s %s", run->job.list_name, text);
     put_outcome(code, run->job.list_name, run->job.thread_id);
     return Verdict::fail;
 }

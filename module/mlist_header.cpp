@@ -11,15 +11,6 @@
 
 #define HEADER_LINE_MAX 1024 /* its line end included */
 
-/* Logs "mlname=LIST operation fail" and leaves the outcome text, whose arguments are the list and
-   the thread. */
-static Verdict step_failed(Run *run, const char *operation, int code, int msgno)
-{
-    trace_sys(&g_logh, 1, msgno, "mlname=%s %s fail", run->job.list_name, operation);
-    put_outcome(code, run->job.list_name, run->job.thread_id);
-    return Verdict::fail;
-}
-
 static Verdict check_loop(Run *run)
 {
     DeliveryJob *job = &run->job;
@@ -35,7 +26,7 @@ static Verdict check_sender(Run *run)
     DeliveryJob *job = &run->job;
     make_owner_string(job->sender);
     const int access = mail_access(job);
-    if (access < 0) return step_failed(run, "mail_access", 511, 384);
+    if (access < 0) return step_failed(run, "mail_access fail", 511, 384);
     job->access_result = access;
     trace_sys(&g_logh, 11, 385, "mlname=%s mail access status %d %s", job->list_name, access,
               job->sender);
@@ -49,7 +40,7 @@ static Verdict write_added_lines(Run *run)
         char lines[LINE_SIZE];
         lines[0] = '\0';
         if (build(lines, sizeof(lines), &run->job) < 0)
-            return step_failed(run, "header_add", 512, 386);
+            return step_failed(run, "header_add fail", 512, 386);
         if (lines[0] == '\0') continue;
         const Verdict verdict = write_journal(run, lines, {513, 387});
         if (verdict != Verdict::go_on) return verdict;
@@ -62,7 +53,7 @@ static Verdict write_subject(Run *run)
     char line[LINE_SIZE];
     line[0] = '\0';
     if (header_sub(line, sizeof(line), &run->job) < 0)
-        return step_failed(run, "header_sub", 514, 388);
+        return step_failed(run, "header_sub fail", 514, 388);
     if (run->job.settings.subject_mode != SUBJECT_EDIT) return Verdict::go_on;
     return write_journal(run, line, {515, 389});
 }
@@ -76,7 +67,7 @@ static Verdict write_blank_line(Run *run)
 
 static Verdict write_top_banner(Run *run)
 {
-    if (insert_banner_t(&run->job) < 0) return step_failed(run, "insert_banner_t", 517, 391);
+    if (insert_banner_t(&run->job) < 0) return step_failed(run, "insert_banner_t fail", 517, 391);
     return Verdict::go_on;
 }
 
@@ -116,7 +107,7 @@ Verdict handle_header_line(Run *run)
 
     switch (header_proc(run->line, job)) {
     case HEADER_FAIL:
-        return step_failed(run, "header_proc", 518, 392);
+        return step_failed(run, "header_proc fail", 518, 392);
     case HEADER_DROP:
         return Verdict::go_on;
     case HEADER_LOOP_CHECK:

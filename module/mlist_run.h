@@ -66,6 +66,10 @@ Verdict drain_journal(Run *run);
 bool submit_file(Run *run, const char *file, const char *const *recipients,
                  const char *recipient_file);
 
+/* A step without more to say failed: logs "mlname=LIST TEXT", and leaves the outcome, whose
+   arguments are the list and the thread.  Verdict::fail. */
+Verdict step_failed(Run *run, const char *text, int code, int msgno);
+
 /* Deletes a file of the delivery; a failure is logged (403). */
 void delete_or_log(const Run *run, const char *path);
 

@@ -38,6 +38,16 @@ static int refuse_submission(const char *, const char *, const char *const *, co
     return 0;
 }
 
+void fill_own_request(DeliveryRequest *request, char *reply_text, char *result_text)
+{
+    request->submit = refuse_submission;
+    request->reply_text = reply_text;
+    request->result_text = result_text;
+    request->allocate = malloc;
+    request->release = free;
+    request->keep_text = strdup;
+}
+
 static thread_local char private_reply[MLIST_REPLY_TEXT_SIZE];
 static thread_local char private_result[MLIST_RESULT_TEXT_SIZE];
 static thread_local DeliveryRequest private_request;
@@ -46,12 +56,7 @@ static thread_local ThreadContext private_context;
 static ThreadContext *private_thread_context()
 {
     if (private_context.request == nullptr) {
-        private_request.submit = refuse_submission;
-        private_request.reply_text = private_reply;
-        private_request.result_text = private_result;
-        private_request.allocate = malloc;
-        private_request.release = free;
-        private_request.keep_text = strdup;
+        fill_own_request(&private_request, private_reply, private_result);
         private_context.request = &private_request;
     }
     return &private_context;

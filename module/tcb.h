@@ -33,6 +33,10 @@ struct ThreadContext {
    delivery has one over malloc() that refuses to submit. */
 ThreadContext *thread_context();
 
+/* A request that stands in for a host's: memory of malloc(), no submission, and texts of
+   MLIST_REPLY_TEXT_SIZE and MLIST_RESULT_TEXT_SIZE bytes. */
+void fill_own_request(DeliveryRequest *request, char *reply_text, char *result_text);
+
 /* Creates tlskey_mlist once for the process. */
 void create_thread_key();
 
