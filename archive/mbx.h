@@ -112,8 +112,9 @@ inline OpenIndex *open_index_of(IndexHandle *index)
 /* Ends a transaction without committing; null is allowed.  errno is kept. */
 void abandon_index(IndexHandle *index);
 
-/* Makes the work copy of a lazy transaction that has none yet.  0 or -1. */
-[[nodiscard]] int make_work_copy(IndexHandle *index);
+/* Makes the work copy of a transaction that has none yet, synced: with this content, or what #mix
+   holds.  0 or -1. */
+[[nodiscard]] int make_work_copy(IndexHandle *index, const IndexImage *content = nullptr);
 
 /* Copies from offset 0 to the end over the other file and cuts that to length; the second form
    syncs it too.  The descriptors' positions stay.  0, or -1 with errno. */

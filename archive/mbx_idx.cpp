@@ -6,23 +6,23 @@
    -      -      at rest                                     nothing
    yes    -      died before the commit, or at its very end  removes .new; #mix is whole
    yes    yes    died while #mix was being overwritten       copies .new over #mix, removes both
-   -      yes    cheap form: died while it wrote             removes .old; #mix is whole
+   -      yes    died while it made the work copy            removes .old; #mix is whole
 
    The order of a commit makes the table true: .new is synced, then .old is written and synced,
    then the directory is synced (the names are what recovery goes by), then #mix is overwritten
    and synced, then .old goes and then .new.  So #mix is the old index or the new one, whole, once
    the next transaction has begun.
 
+   The removals at the end are not synced: the machine may lose power, forget them and remember
+   some name of the next transaction.  Where a .old of the former one stands, any .new counts.  So
+   a work copy is written under the name .old, which means nothing alone, and renamed when its
+   bytes are on the disk: there is no .new that is not whole, where it has its name the .old of
+   before is gone, and #mix holds what the former transaction wrote until the directory is synced.
+
    Two forms share this file.  The literal form, for hosts, makes the work copy at the beginning
    and always commits.  The cheap form, for the module's own operations, makes it when something
    is written: a transaction that only reads changes no file, and one that writes what is there
-   already renews the modification time of #mix and nothing else.
-
-   The removals at the end are not synced: the machine may lose power, forget them and remember
-   some name of the next transaction.  Where a .old of the former one stands, any .new counts, so
-   the cheap form writes its work copy under the name .old, which means nothing alone, and renames
-   it when its bytes are on the disk: there is no .new that is not whole, and #mix holds what the
-   former transaction wrote until the directory is synced. */
+   already renews the modification time of #mix and nothing else. */
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
@@ -129,27 +129,48 @@ static OpenIndex *new_index(const char *path, int mode, bool lazy)
     return nullptr;
 }
 
-int make_work_copy(IndexHandle *handle)
+/* Makes an image the whole of a file that had former_size bytes. */
+static int put_image(int fd, const IndexImage &image, off_t former_size)
 {
-    OpenIndex *index = open_index_of(handle);
-    FdGuard work(open_side_file(index, endings_of(index->mode).work, O_RDWR | O_CREAT | O_TRUNC));
-    if (work.fd < 0 || copy_durably(index->fd, work.fd) < 0) return -1;
-    index->new_fd = work.take();
-    return 0;
+    const off_t size = static_cast<off_t>(image.size);
+    if (pwrite_all(fd, image.bytes, image.size, 0) < 0) return -1;
+    if (former_size > size && os->ftruncate(fd, size) < 0) return -1;
+    return os->fsync(fd);
 }
 
-/* A commit was cut short after its backup: finish it.  Leaves the work copy open. */
+int make_work_copy(IndexHandle *handle, const IndexImage *content)
+{
+    OpenIndex *index = open_index_of(handle);
+    const SideEndings &endings = endings_of(index->mode);
+    char unnamed[MBX_NAME_SIZE], name[MBX_NAME_SIZE];
+    if (side_name(unnamed, index->name, endings.backup) < 0 ||
+        side_name(name, index->name, endings.work) < 0)
+        return -1;
+    FdGuard copy(open_waiting(unnamed, O_RDWR | O_CREAT | O_TRUNC, 0660));
+    if (copy.fd < 0) return -1;
+    const int filled =
+        content != nullptr ? put_image(copy.fd, *content, 0) : copy_durably(index->fd, copy.fd);
+    if (filled == 0 && os->rename(unnamed, name) == 0) {
+        index->new_fd = copy.take();
+        return 0;
+    }
+    KeepErrno keep;
+    (void)os->unlink(unnamed); /* on a full disk its room is needed; else the next one removes it */
+    return -1;
+}
+
+/* A commit was cut short after its backup: finish it. */
 static int roll_forward(OpenIndex *index)
 {
     const SideEndings &endings = endings_of(index->mode);
     FdGuard work(open_side_file(index, endings.work, O_RDWR));
     if (work.fd < 0 || copy_durably(work.fd, index->fd) < 0) return -1;
     if (remove_side_file(index, endings.backup) < 0) return -1;
-    index->new_fd = work.take();
-    return 0;
+    if (remove_side_file(index, endings.work) < 0) return -1;
+    return os->fstat(index->fd, &index->found) < 0 ? -1 : 1;
 }
 
-/* Makes #mix whole by the table above; afterwards a work copy is open if there was one to keep. */
+/* Makes #mix whole by the table above.  0, 1 when a commit had to be finished, or -1. */
 static int recover_index(OpenIndex *index)
 {
     const SideEndings &endings = endings_of(index->mode);
@@ -166,11 +187,7 @@ static int begin_in_cheap_form(OpenIndex *index, KeptIndex *kept)
 {
     if (index_name(index->name, index->path) < 0) return -1;
     index->fd = lock_index_file(index->name, &index->found, kept);
-    if (index->fd < 0 || recover_index(index) < 0) return -1;
-    if (index->new_fd < 0) return 0;
-    close_copies(index);
-    if (remove_side_file(index, endings_of(index->mode).work) < 0) return -1;
-    return os->fstat(index->fd, &index->found);
+    return index->fd < 0 || recover_index(index) < 0 ? -1 : 0;
 }
 
 IndexHandle *begin_lazy_index(const char *path, KeptIndex *kept)
@@ -192,10 +209,11 @@ static int begin_in_literal_form(OpenIndex *index, int fd)
         index->fd = lock_index_file(index->name);
     else
         note_held_index(fd);
-    if (index->fd < 0 || recover_index(index) < 0) return -1;
-    if (index->new_fd >= 0) return 0;
-    if (make_work_copy(index) < 0) return -1;
-    if (fd < 0) return 0;
+    const int recovered = index->fd < 0 ? -1 : recover_index(index);
+    if (recovered < 0 || make_work_copy(index) < 0) return -1;
+    /* KEPT: there is no second copy behind a commit that was finished.
+       Test: IndexTransaction.BehindAFinishedCommitHasNoSecondCopy */
+    if (fd < 0 || recovered == 1) return 0;
     const int second =
         open_side_file(index, endings_of(index->mode).second, O_RDWR | O_CREAT | O_TRUNC);
     if (second < 0) return -1;
@@ -222,15 +240,6 @@ IndexHandle *list_mbx_openidx(const char *path, int fd, int mode)
 }
 
 /* -- end -- */
-
-/* Makes an image the whole of a file that had former_size bytes. */
-static int put_image(int fd, const IndexImage &image, off_t former_size)
-{
-    const off_t size = static_cast<off_t>(image.size);
-    if (pwrite_all(fd, image.bytes, image.size, 0) < 0) return -1;
-    if (former_size > size && os->ftruncate(fd, size) < 0) return -1;
-    return os->fsync(fd);
-}
 
 static int make_backup(OpenIndex *index)
 {

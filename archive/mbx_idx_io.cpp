@@ -128,31 +128,13 @@ static int fill_work_copy(OpenIndex *index, const IndexImage &image)
     return os->fsync(index->new_fd);
 }
 
-/* The work copy of the cheap form, made with its final content at once and then named. */
-static int make_final_work_copy(OpenIndex *index, const IndexImage &image)
-{
-    char unnamed[MBX_NAME_SIZE], name[MBX_NAME_SIZE];
-    if (side_name(unnamed, index->name, ".old") < 0 || side_name(name, index->name, ".new") < 0)
-        return -1;
-    FdGuard copy(open_waiting(unnamed, O_RDWR | O_CREAT | O_TRUNC, 0660));
-    if (copy.fd < 0) return -1;
-    if (pwrite_all(copy.fd, image.bytes, image.size, 0) == 0 && os->fsync(copy.fd) == 0 &&
-        os->rename(unnamed, name) == 0) {
-        index->new_fd = copy.take();
-        return 0;
-    }
-    KeepErrno keep;
-    (void)os->unlink(unnamed); /* on a full disk its room is needed; else the next one removes it */
-    return -1;
-}
-
 /* The cheap form's first writing. */
 static int write_lazily(OpenIndex *index, const IndexImage &image)
 {
     const int same = holds_image(index->fd, image);
     if (same < 0) return -1;
     index->renew_time = same == 1;
-    return same ? 0 : make_final_work_copy(index, image);
+    return same ? 0 : make_work_copy(index, &image);
 }
 
 static int write_image(OpenIndex *index, const IndexImage &image)
@@ -182,7 +164,7 @@ int IndexTransaction::replace(IndexRecord *before, IndexRecord *after)
     if (static_cast<off_t>(read.size) == index->found.st_size) index->before = read;
     index->after = image_of(after);
     errno = 0;
-    const int written = make_final_work_copy(index, index->after);
+    const int written = make_work_copy(index, &index->after);
     if (written < 0) note_error(index);
     return written;
 }

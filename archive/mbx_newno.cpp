@@ -21,14 +21,15 @@ static int open_failure(const DeliveryJob *job, const char *path)
     return -1;
 }
 
-/* What list_mbx_open() in the mode that writes nothing does, and closing, without the handle. */
-static int number_of(const char *path, uint32_t *number_out, KeptIndex *kept_out)
+/* What list_mbx_open() in the mode that writes nothing does, and closing, without the handle.
+   kept: the index's file from the last time, if any, and for the next time. */
+static int number_of(const char *path, uint32_t *number_out, KeptIndex *kept)
 {
     IndexTransaction transaction;
     MailboxSummary summary;
-    HostPtr<IndexRecord> index(load_view(&transaction, path, &summary));
+    HostPtr<IndexRecord> index(load_view(&transaction, path, &summary, kept));
     if (index.p == nullptr) return -1;
-    *kept_out = transaction.keep_file();
+    *kept = transaction.keep_file();
     print_summary(&summary, MAILBOX_NO_WRITE_BACK);
     *number_out = uid_next(index.p);
     return 0;

@@ -2,6 +2,8 @@
    what the next operation finds is the old state or the new one, whole. */
 #include <gtest/gtest.h>
 
+#include "mlist/archive.h"
+#include "module/host_mem.h"
 #include "tests/fault/crash_run.h"
 
 static std::function<Outcome(World &)> post(int posting)
@@ -12,6 +14,36 @@ static std::function<Outcome(World &)> post(int posting)
 static std::function<Outcome(World &)> command(const char *sender, const char *line)
 {
     return [=](World &world) { return world.command(sender, line); };
+}
+
+static Outcome done(bool well)
+{
+    return {well ? 0 : 75, well ? "" : "failed"};
+}
+
+/* An index transaction of the host's own. */
+static Outcome flag_first_message(World &world)
+{
+    IndexHandle *index = mlmbx_openidx(world.box().c_str(), -1, INDEX_PLAIN);
+    if (index == NO_INDEX_HANDLE) return done(false);
+    IndexRecord *records = mlmbx_readidx(index);
+    if (records != nullptr) records[1].flags ^= MESSAGE_FLAGGED;
+    const bool written = records != nullptr && mlmbx_writeidx(index, records) == 0;
+    host_release(records);
+    return done(mlmbx_closeidx(index, INDEX_PLAIN) != -1 && written);
+}
+
+/* A check by a handle that knows the index of another UIDVALIDITY: it keeps its transaction. */
+static Outcome find_another_index(World &world)
+{
+    MailboxHandle *handle =
+        list_mbx_open(world.box().c_str(), MAILBOX_QUIET | MAILBOX_NO_WRITE_BACK);
+    if (handle == nullptr) return done(false);
+    ++handle->index[0].flags;
+    handle->mode |= MAILBOX_FORCE_CHECK;
+    mlmbx_checknewmail2(handle);
+    list_mbx_close(handle);
+    return done(true);
 }
 
 /* Two of a kind: what the first leaves unsynced meets what the second writes. */
@@ -47,6 +79,11 @@ static const CrashScenario scenarios[] = {
      {},
      {command("alice@example.net", "# off")},
      [](World &world) { leave_half_committed(world, "member", world.list.get("member")); }},
+    {"HostsTransactionAfterAPosting", {}, {post(11), flag_first_message}},
+    {"HostsTransactions", {}, {flag_first_message, flag_first_message}},
+    {"HostsTransactionAfterHalfAnIndex", {}, {flag_first_message}, leave_half_an_index},
+    {"PostingAfterAHostsTransaction", {}, {flag_first_message, post(11)}},
+    {"CheckOfAnotherIndexAfterAPosting", {}, {post(11), find_another_index}},
     {"PushAfterAPosting", {}, {post(11), command("owner-mylist@example.jp", "# push")}},
 };
 

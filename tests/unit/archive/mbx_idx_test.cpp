@@ -173,6 +173,23 @@ TEST(IndexTransaction, OnTheCallersDescriptorHasASecondCopy)
     }
 }
 
+TEST(IndexTransaction, BehindAFinishedCommitHasNoSecondCopy)
+{
+    Box box;
+    write_file(box.name("#mix"), new_bytes.substr(0, 20));
+    write_file(box.name("#mix.new"), new_bytes);
+    write_file(box.name("#mix.old"), old_bytes);
+    const int fd = mllk_open(mlmbx_idxname(box.path(), 1), O_RDWR, 0660);
+    IndexHandle *index = mlmbx_openidx(box.path(), fd, INDEX_KEEP_FD);
+    ASSERT_NE(NO_INDEX_HANDLE, index);
+    EXPECT_EQ(0, index->second_fd);
+    EXPECT_EQ((Lines{"#mix", "#mix.new"}), files(box));
+    EXPECT_NE(-1, mlmbx_closeidx(index, INDEX_KEEP_FD));
+    EXPECT_EQ(new_bytes, read_file(box.name("#mix")));
+    EXPECT_EQ((Lines{"#mix"}), files(box));
+    EXPECT_EQ(0, mllk_close(fd));
+}
+
 TEST(IndexTransaction, ThatFailsOnTheCallersDescriptorClosesItAtTheEndOnly)
 {
     Box box;

@@ -1,6 +1,7 @@
 /* The list's next message number. */
 #include <gtest/gtest.h>
 
+#include "archive/mbx.h"
 #include "mlist/output.h"
 #include "tests/support/fault_os.h"
 #include "tests/support/log_capture.h"
@@ -34,4 +35,17 @@ TEST(NewNumber, OfAMissingArchiveFailsForNow)
                   "1/1 mbxnewno():mbxopen failure[fn=" + list.box() + "]", "1/1 set code [0]"}),
               take_log_lines(true));
     EXPECT_EQ(5u, list.job()->new_number);
+}
+
+TEST(NewNumber, AskedForTwiceKeepsOneFileOpen)
+{
+    TempList list;
+    ASSERT_EQ(1, mlmbx_create(list.box().c_str()));
+    OutCapture out;
+    FaultOs fault;
+    EXPECT_EQ(0, read_new_number(list.job()));
+    EXPECT_EQ(0, read_new_number(list.job()));
+    EXPECT_EQ(std::vector<std::string>{list.box("#mix")}, fault.open_files());
+    EXPECT_EQ(0, mbxnewno(list.job()));
+    EXPECT_EQ(std::vector<std::string>{}, fault.open_files());
 }
