@@ -30,9 +30,11 @@ int cpyfile(const char *source, const char *target);
 /* cpyfile(), and both sizes agree afterwards.  0, or -1 with errno (ENOSPC for a short copy). */
 int copy_whole(const char *source, const char *target);
 
-/* Makes the bytes the whole of a file that has former_size bytes (0: to be created, 0600, or
-   emptied), in place, and syncs it.  0, or -1 with errno. */
-int write_whole(const char *target, const char *bytes, size_t size, size_t former_size);
+/* Makes the bytes the whole of a file, and syncs it.  The first one creates it (0600) or empties it
+   before; the second one overwrites a file that is there, however long it is.  0, or -1 with
+   errno. */
+int write_anew(const char *target, const char *bytes, size_t size);
+int overwrite_whole(const char *target, const char *bytes, size_t size);
 
 int delfile(const char *path);       /* 0 or -1 */
 int extfile(const char *path);       /* 1 exists, 0 not */

@@ -158,15 +158,14 @@ static int commit_draft(const char *path, const SideFiles *files, const Contents
 {
     if (os->rename(files->old_path, files->new_path) < 0) return -1;
     if (contents->before == nullptr) return f_renew1(path, files->new_path, files->old_path);
-    if (write_whole(files->old_path, contents->before, contents->before_size, 0) < 0) return -1;
+    if (write_anew(files->old_path, contents->before, contents->before_size) < 0) return -1;
     return sync_names(files->old_path);
 }
 
 static int put_in_place(const char *path, const SideFiles *files, const Contents *contents)
 {
     if (contents->before == nullptr) return f_renew2(path, files->new_path, files->old_path);
-    if (write_whole(path, contents->after, contents->after_size, contents->before_size) < 0)
-        return -1;
+    if (overwrite_whole(path, contents->after, contents->after_size) < 0) return -1;
     return remove_if_there(files->old_path) < 0 ? -1 : delfile(files->new_path);
 }
 

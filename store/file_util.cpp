@@ -69,12 +69,20 @@ int copy_whole(const char *source, const char *target)
     return -1;
 }
 
-int write_whole(const char *target, const char *bytes, size_t size, size_t former_size)
+int write_anew(const char *target, const char *bytes, size_t size)
 {
-    const int flags = former_size == 0 ? O_RDWR | O_CREAT | O_TRUNC : O_RDWR;
-    FdGuard to(open_file(target, flags, 0600));
+    FdGuard to(open_file(target, O_RDWR | O_CREAT | O_TRUNC, 0600));
     if (to.fd < 0 || write_all(to.fd, bytes, size) < 0) return -1;
-    if (former_size > size && os->ftruncate(to.fd, static_cast<off_t>(size)) < 0) return -1;
+    return finish_target(to.take());
+}
+
+/* Cut in any case: somebody without the list's lock may have made it longer than it was read. */
+int overwrite_whole(const char *target, const char *bytes, size_t size)
+{
+    FdGuard to(open_file(target, O_RDWR, 0));
+    if (to.fd < 0 || write_all(to.fd, bytes, size) < 0 ||
+        os->ftruncate(to.fd, static_cast<off_t>(size)) < 0)
+        return -1;
     return finish_target(to.take());
 }
 

@@ -180,6 +180,19 @@ TEST_F(SetDstfile, AFullLineIsRefused)
     EXPECT_EQ(line, status());
 }
 
+/* As by an editor that knows nothing of the list's lock. */
+TEST_F(SetDstfile, AFileThatGrowsMeanwhileHasNothingButTheNewLine)
+{
+    list_.put("dgtstat", "5");
+    FaultOs fault;
+    fault.before = [&](const std::string &call, const std::string &) {
+        if (call == "rename") list_.put("dgtstat", "5-9,11,13");
+        return 0;
+    };
+    EXPECT_EQ(0, set(6));
+    EXPECT_EQ("5-6", list_.get("dgtstat"));
+}
+
 TEST_F(SetDstfile, ANewFileThatCannotBeMadeIsLogged)
 {
     FaultOs fault;

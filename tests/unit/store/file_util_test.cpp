@@ -115,17 +115,22 @@ TEST_F(FileUtil, AWriteThatTakesNothingEndsTheBlock)
 
 TEST_F(FileUtil, AWholeIsWrittenInPlaceAndCutToItsLength)
 {
-    EXPECT_EQ(0, write_whole(target_.c_str(), "abc", 3, 0)) << "made";
+    EXPECT_EQ(0, write_anew(target_.c_str(), "abc", 3));
     EXPECT_EQ("abc", read_file(target_));
     EXPECT_EQ(0600u, mode_of(target_));
     struct stat before, after;
     ASSERT_EQ(0, stat(target_.c_str(), &before));
-    EXPECT_EQ(0, write_whole(target_.c_str(), "x", 1, 3)) << "shorter";
+    EXPECT_EQ(0, overwrite_whole(target_.c_str(), "x", 1)) << "shorter";
     EXPECT_EQ("x", read_file(target_));
-    EXPECT_EQ(0, write_whole(target_.c_str(), "longer", 6, 1));
+    EXPECT_EQ(0, overwrite_whole(target_.c_str(), "longer", 6));
     EXPECT_EQ("longer", read_file(target_));
+    EXPECT_EQ(0, write_anew(target_.c_str(), "y", 1)) << "emptied before";
+    EXPECT_EQ("y", read_file(target_));
     ASSERT_EQ(0, stat(target_.c_str(), &after));
     EXPECT_EQ(before.st_ino, after.st_ino);
+    EXPECT_EQ(0, delfile(target_.c_str()));
+    EXPECT_EQ(-1, overwrite_whole(target_.c_str(), "x", 1));
+    EXPECT_EQ(ENOENT, errno);
 }
 
 TEST_F(FileUtil, AWholeThatCannotBeWrittenIsReported)
@@ -136,7 +141,7 @@ TEST_F(FileUtil, AWholeThatCannotBeWrittenIsReported)
         fault.before = [&](const std::string &called, const std::string &) {
             return called == call ? EDQUOT : 0;
         };
-        EXPECT_EQ(-1, write_whole(target_.c_str(), "x", 1, 6)) << call;
+        EXPECT_EQ(-1, overwrite_whole(target_.c_str(), "x", 1)) << call;
         EXPECT_EQ(EDQUOT, errno) << call;
     }
 }
