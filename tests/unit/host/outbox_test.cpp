@@ -86,6 +86,20 @@ TEST_F(OutboxTest, EverythingIsSyncedBeforeTheAnswer)
     }
 }
 
+/* A mailbox that was made for the mail has four new names, in three directories. */
+TEST_F(OutboxTest, NewMailboxesAreSyncedUpToTheRoot)
+{
+    const Control control;
+    EXPECT_EQ("dd", deliver({"a@x", "b@x"}));
+    auto &journal = queue_test::journal;
+    const auto is_link = [](const std::string &call) { return call.starts_with("link "); };
+    journal.erase(journal.begin(), std::find_if(journal.rbegin(), journal.rend(), is_link).base());
+    for (const char *directory : {"", "/a@x", "/a@x/new", "/b@x", "/b@x/new"})
+        EXPECT_EQ(1, std::count(journal.begin(), journal.end(),
+                                "fsync " + scratch_.path("outbox") + directory) > 0)
+            << directory;
+}
+
 TEST_F(OutboxTest, AddressesBecomeSafeNames)
 {
     static const struct {

@@ -39,6 +39,14 @@ inline bool struck(const std::string &what)
     return true;
 }
 
+inline std::string path_of(int fd)
+{
+    char path[4096];
+    const std::string link = "/proc/self/fd/" + std::to_string(fd);
+    const ssize_t size = readlink(link.c_str(), path, sizeof(path));
+    return std::string(path, size > 0 ? static_cast<size_t>(size) : 0);
+}
+
 inline const QueueCalls &real()
 {
     return kernel_queue_calls;
@@ -63,7 +71,7 @@ inline const QueueCalls calls = {
     .copy_range = [](int from, off_t *offset, int to, size_t size) -> ssize_t {
         return struck("copy_range") ? -1 : real().copy_range(from, offset, to, size);
     },
-    .fsync = [](int fd) { return struck("fsync") ? -1 : real().fsync(fd); },
+    .fsync = [](int fd) { return struck("fsync " + path_of(fd)) ? -1 : real().fsync(fd); },
     .fdatasync = [](int fd) { return struck("fdatasync") ? -1 : real().fdatasync(fd); },
     .syncfs = [](int fd) { return struck("syncfs") ? -1 : real().syncfs(fd); },
     .rename =

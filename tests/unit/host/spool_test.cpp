@@ -79,8 +79,24 @@ TEST_F(SpoolTest, EverythingIsSyncedInOrder)
     const Control control;
     const std::string id = submit(*spool);
     const std::string path = scratch_.path("spool/");
-    const Strings order = {"create " + path + "tmp/q." + id, "write", "copy_range", "fsync",
-                           "rename " + path + "out/" + id,   "fsync"};
+    const std::string draft = path + "tmp/q." + id;
+    const Strings order = {"create " + draft,
+                           "write",
+                           "copy_range",
+                           "fsync " + draft,
+                           "rename " + path + "out/" + id,
+                           "fsync " + path + "out"};
+    EXPECT_EQ(order, queue_test::journal);
+}
+
+TEST_F(SpoolTest, TheDirectoriesOfANewSpoolAreSynced)
+{
+    const Control control;
+    const auto spool = open_spool(scratch_);
+    const std::string path = scratch_.path("spool");
+    Strings order = {"mkdir " + path, "fsync " + scratch_.path()};
+    for (const char *part : {"/in", "/out", "/tmp"})
+        order.insert(order.end(), {"mkdir " + path + part, "fsync " + path});
     EXPECT_EQ(order, queue_test::journal);
 }
 
