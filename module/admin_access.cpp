@@ -80,7 +80,8 @@ int mlist_access_add(ListSession *session, const char *name, const char *text)
     }
     if (got < 0) return -1;
     if (rewrite.unended && rewrite.put("\r\n") < 0) return -1;
-    if (rewrite.put(text) < 0 || rewrite.append("\r\n", access_texts.write) < 0) return -1;
+    if (rewrite.put(text) < 0 || rewrite.put("\r\n") < 0) return -1;
+    if (rewrite.drain(access_texts.write) < 0) return -1;
     return rewrite.commit() < 0 ? -1 : 1;
 }
 

@@ -73,12 +73,26 @@ int add_member(DeliveryJob *job, const char *address); /* 0 added, or the status
 int del_member(DeliveryJob *job, const char *address); /* status of the last removed line, 0 none */
 int chg_member(DeliveryJob *job, const char *address, const char *word); /* previous, 0 none */
 
+/* Many at once, in one rewrite: all of them, or none.  By the numbers of the set; what is equal to
+   an earlier one is not looked at. */
+struct RosterSet;
+int get_members(DeliveryJob *job, const RosterSet &set, int *known_out); /* 1 has a line, 0 none */
+int add_members(DeliveryJob *job, const RosterSet &set, const int *wanted); /* those not 0 */
+int del_members(DeliveryJob *job, const RosterSet &set);
+int chg_members(DeliveryJob *job, const RosterSet &set, const char *word, int *former_out);
+
 /* -- roster and derived files (file_include.cpp) -- */
 int add_mlmbr(DeliveryJob *job, const char *address);
 int del_mlmbr(DeliveryJob *job, const char *address);             /* always 0 */
 int chg_mlmbr(DeliveryJob *job, const char *address, int status); /* 1 done, 0 no member */
 int reflect_include(DeliveryJob *job, const char *type);          /* "active" or "digest" */
-int notexist_active(DeliveryJob *job);                            /* 1 none to send to, 0 some */
+
+/* The same for many: each derived file is made once, and a failure is told, also of a removal. */
+int add_mlmbrs(DeliveryJob *job, const RosterSet &set, const int *wanted);
+int del_mlmbrs(DeliveryJob *job, const RosterSet &set);
+int chg_mlmbrs(DeliveryJob *job, const RosterSet &set, int status, int *former_out);
+
+int notexist_active(DeliveryJob *job); /* 1 none to send to, 0 some */
 int notexist_digest(DeliveryJob *job);
 int del_active(DeliveryJob *job, int which);
 

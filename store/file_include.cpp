@@ -103,21 +103,44 @@ int del_mlmbr(DeliveryJob *job, const char *address)
     return 0;
 }
 
+static const FailText chg_failed(1, 257, "mlname=%s chg_member failed %s");
+static const Derive after_change[4][4] = {
+    /* new:   -        1        2        3     */
+    {NOTHING, NOTHING, NOTHING, NOTHING}, /* was no member */
+    {NOTHING, NOTHING, ACTIVE, BOTH},     /* was 1 */
+    {NOTHING, ACTIVE, NOTHING, DIGEST},   /* was 2 */
+    {NOTHING, BOTH, DIGEST, NOTHING},     /* was 3 */
+};
+
 int chg_mlmbr(DeliveryJob *job, const char *address, int status)
 {
-    static const FailText failed(1, 257, "mlname=%s chg_member failed %s");
-    static const Derive after_change[4][4] = {
-        /* new:   -        1        2        3     */
-        {NOTHING, NOTHING, NOTHING, NOTHING}, /* was no member */
-        {NOTHING, NOTHING, ACTIVE, BOTH},     /* was 1 */
-        {NOTHING, ACTIVE, NOTHING, DIGEST},   /* was 2 */
-        {NOTHING, BOTH, DIGEST, NOTHING},     /* was 3 */
-    };
     if (status < MEMBER_ON || status > MEMBER_DIGEST) return -1;
     const int former = chg_member(job, address, mi2ms[status]);
-    if (former < 0) return log_failure(failed, job->list_name, address);
+    if (former < 0) return log_failure(chg_failed, job->list_name, address);
     if (former == MEMBER_QUIT) return 0;
     return derive(job, after_change[former][status]) < 0 ? -1 : 1;
+}
+
+/* -- membership of many -- */
+
+int add_mlmbrs(DeliveryJob *job, const RosterSet &set, const int *wanted)
+{
+    return add_members(job, set, wanted) < 0 ? -1 : derive(job, BOTH);
+}
+
+int del_mlmbrs(DeliveryJob *job, const RosterSet &set)
+{
+    return del_members(job, set) < 0 ? -1 : derive(job, BOTH);
+}
+
+int chg_mlmbrs(DeliveryJob *job, const RosterSet &set, int status, int *former_out)
+{
+    if (chg_members(job, set, mi2ms[status], former_out) < 0)
+        return log_failure(chg_failed, job->list_name, set.addresses[0]);
+    int which = NOTHING;
+    for (size_t i = 0; i < set.count; ++i)
+        which |= after_change[former_out[i]][status];
+    return derive(job, which);
 }
 
 /* -- is there anyone to send to -- */

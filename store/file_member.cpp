@@ -46,18 +46,55 @@ static int find_member(FileRecord *roster, const char *address, char *line_out)
     return got;
 }
 
+/* Marks those of the set that have a line: 0, or -1. */
+static int find_members(FileRecord *roster, const RosterSet &set, int *known_out)
+{
+    char joined[VIEW_LINE_SIZE];
+    LineView line;
+    int got;
+    while ((got = Fview(&line, joined, roster)) > 0)
+        if (const size_t number = set.find(line); number != RosterSet::NOBODY)
+            known_out[number] = 1;
+    return got;
+}
+
+/* Opens the roster, recovered; null when that failed. */
+static FileRecord *open_roster(DeliveryJob *job, char *path)
+{
+    if (control_path(path, job, "member") < 0 || f_recover(path) < 0) {
+        (void)log_failure(get_recover, job->list_name, path);
+        return nullptr;
+    }
+    FileRecord *roster = f_open(path, "r");
+    if (roster == nullptr) (void)log_failure(get_open, job->list_name, path);
+    return roster;
+}
+
+/* What the look-up found, when it found out. */
+static int end_look_up(DeliveryJob *job, const char *path, FileRecord *roster, int found)
+{
+    if (found < 0) (void)log_failure(get_read, job->list_name, path);
+    abandon_file(roster);
+    return found < 0 ? -1 : 0;
+}
+
 int get_member(DeliveryJob *job, const char *address, char *line_out)
 {
     char path[PATH_SIZE];
     line_out[0] = '\0';
-    if (control_path(path, job, "member") < 0 || f_recover(path) < 0)
-        return log_failure(get_recover, job->list_name, path);
-    FileRecord *roster = f_open(path, "r");
-    if (roster == nullptr) return log_failure(get_open, job->list_name, path);
-    const int found = find_member(roster, address, line_out);
-    if (found < 0) (void)log_failure(get_read, job->list_name, path);
-    abandon_file(roster);
-    return found < 0 ? -1 : 0;
+    FileRecord *roster = open_roster(job, path);
+    if (roster == nullptr) return -1;
+    return end_look_up(job, path, roster, find_member(roster, address, line_out));
+}
+
+int get_members(DeliveryJob *job, const RosterSet &set, int *known_out)
+{
+    char path[PATH_SIZE];
+    for (size_t i = 0; i < set.count; ++i)
+        known_out[i] = 0;
+    FileRecord *roster = open_roster(job, path);
+    if (roster == nullptr) return -1;
+    return end_look_up(job, path, roster, find_members(roster, set, known_out));
 }
 
 /* -- adding -- */
@@ -81,23 +118,36 @@ static const char *default_word(const DeliveryJob *job)
 
 /* The new member's line behind the others.  A last line without a line end, as an editor leaves
    it, gets one first: the new line stands alone. */
-static int append_member(ControlRewrite *rewrite, const char *address)
+static int put_member(ControlRewrite *rewrite, const char *address)
 {
     char text[2 + LINE_SIZE] = "\r\n";
     char *line = text + 2;
     const int length = snprintf(line, LINE_SIZE, "%s %s\r\n", address, default_word(rewrite->job));
-    if (length < LINE_SIZE && strchr(address, '\n') == nullptr)
-        return rewrite->append(rewrite->unended ? text : line, add_line);
+    if (length < LINE_SIZE && strchr(address, '\n') == nullptr) {
+        const char *whole = rewrite->unended ? text : line;
+        rewrite->unended = false;
+        return rewrite->put(whole, add_line);
+    }
     errno = EINVAL; /* it would be read back as something else */
     return log_failure(add_line, rewrite->job->list_name, rewrite->new_path());
+}
+
+static int open_for_adding(ControlRewrite *rewrite)
+{
+    if (rewrite->recover("member") < 0 || rewrite->open_new() < 0) return -1;
+    return rewrite->open_source("member", true);
+}
+
+/* Writes what was put behind the others, and puts the new roster in place. */
+static int commit_added(ControlRewrite *rewrite)
+{
+    return rewrite->drain(add_line) < 0 ? -1 : rewrite->commit();
 }
 
 int add_member(DeliveryJob *job, const char *address)
 {
     ControlRewrite rewrite(job, add_texts);
-    if (rewrite.recover("member") < 0 || rewrite.open_new() < 0 ||
-        rewrite.open_source("member", true) < 0)
-        return -1;
+    if (open_for_adding(&rewrite) < 0) return -1;
 
     const RosterKey key = roster_key(address);
     LineView line;
@@ -108,8 +158,23 @@ int add_member(DeliveryJob *job, const char *address)
         const int status = status_of_line(line);
         return rewrite.discard() < 0 ? -1 : status;
     }
-    if (got < 0 || append_member(&rewrite, address) < 0) return -1;
-    return rewrite.commit();
+    if (got < 0 || put_member(&rewrite, address) < 0) return -1;
+    return commit_added(&rewrite);
+}
+
+int add_members(DeliveryJob *job, const RosterSet &set, const int *wanted)
+{
+    ControlRewrite rewrite(job, add_texts);
+    if (open_for_adding(&rewrite) < 0) return -1;
+
+    LineView line;
+    int got;
+    while ((got = rewrite.next(&line)) > 0)
+        if (rewrite.keep(line) < 0) return -1;
+    if (got < 0) return -1;
+    for (size_t i = 0; i < set.count; ++i)
+        if (wanted[i] != 0 && put_member(&rewrite, set.addresses[i]) < 0) return -1;
+    return commit_added(&rewrite);
 }
 
 /* -- removing -- */
@@ -124,12 +189,16 @@ static const RewriteTexts del_texts = {
     .renew = {11, 172, "mlname=%s del_member renew error %m [%s]"},
 };
 
+static int open_for_removing(ControlRewrite *rewrite)
+{
+    if (rewrite->recover("member") < 0 || rewrite->open_source("member") < 0) return -1;
+    return rewrite->open_new();
+}
+
 int del_member(DeliveryJob *job, const char *address)
 {
     ControlRewrite rewrite(job, del_texts);
-    if (rewrite.recover("member") < 0 || rewrite.open_source("member") < 0 ||
-        rewrite.open_new() < 0)
-        return -1;
+    if (open_for_removing(&rewrite) < 0) return -1;
 
     const RosterKey key = roster_key(address);
     int removed = 0;
@@ -143,4 +212,16 @@ int del_member(DeliveryJob *job, const char *address)
     }
     if (got < 0 || rewrite.commit() < 0) return -1;
     return removed;
+}
+
+int del_members(DeliveryJob *job, const RosterSet &set)
+{
+    ControlRewrite rewrite(job, del_texts);
+    if (open_for_removing(&rewrite) < 0) return -1;
+
+    LineView line;
+    int got;
+    while ((got = rewrite.next(&line)) > 0)
+        if (set.find(line) == RosterSet::NOBODY && rewrite.keep(line) < 0) return -1;
+    return got < 0 ? -1 : rewrite.commit();
 }

@@ -1,6 +1,7 @@
-/* Changing a member's status: three bytes of a copy of the roster, at their own place in the file.
-   Lines may end in LF alone, or in a CR and an LF that two reads brought in; what was handed out
-   then is longer or shorter than what the file has, so places are never computed from it. */
+/* Changing a member's status, or that of many: three bytes of a copy of the roster, at their own
+   place in the file.  Lines may end in LF alone, or in a CR and an LF that two reads brought in;
+   what was handed out then is longer or shorter than what the file has, so places are never
+   computed from it. */
 #include <errno.h>
 #include <stdint.h>
 #include <stdio.h>
@@ -57,25 +58,39 @@ static bool stands_at(int fd, off_t offset, const char *text, size_t size)
 
 /* Place in the file of the line just read, or -1 (logged).  The place is proved by reading it: a
    zero byte in the roster hides bytes from the reader, and then no place is certain. */
-static off_t place_of_line(ControlRewrite *rewrite, const LineView &line)
+static off_t place_of_line(const ControlRewrite &rewrite, const LineView &line)
 {
-    char text[VIEW_LINE_SIZE]; /* the view lies in the read-ahead, which Fseek() empties */
-    memcpy(text, line.text, line.size);
-    if (Fseek(rewrite->out, 0, SEEK_CUR) < 0) return fail(*rewrite, chg_seek);
-    const off_t behind = os->lseek(rewrite->out->fd, 0, SEEK_CUR);
-    if (behind < 0) return fail(*rewrite, chg_seek);
+    const off_t behind = Ftell(rewrite.out);
+    if (behind < 0) return fail(rewrite, chg_seek);
     const off_t place = behind - line.size - line.end_size;
-    if (place >= 0 && stands_at(rewrite->out->fd, place, text, line.size)) return place;
+    if (place >= 0 && stands_at(rewrite.out->fd, place, line.text, line.size)) return place;
     errno = EIO;
-    return fail(*rewrite, chg_seek);
+    return fail(rewrite, chg_seek);
 }
 
-/* Moves everything from offset to the end of the file up by shift bytes, last block first. */
-static int move_tail(int fd, off_t offset, off_t shift)
+/* A stored word that is to be overwritten, and how many of its bytes may be. */
+struct WordPlace {
+    off_t place;
+    uint32_t room;
+};
+
+/* Where the line's word is: 1, 0 it is the one that is wanted already, -1 (logged). */
+static int find_word(const ControlRewrite &rewrite, const LineView &line, const char *word,
+                     WordPlace *out)
+{
+    const MemberLine member = split_member(line);
+    out->room = room_of_word(member);
+    if (out->room == WORD_SIZE && memcmp(member.word, word, WORD_SIZE) == 0) return 0;
+    out->place = place_of_line(rewrite, line);
+    if (out->place < 0) return -1;
+    out->place += member.address_size + 1;
+    return 1;
+}
+
+/* Moves everything from offset up to end by shift bytes further, last block first. */
+static int move_up(int fd, off_t offset, off_t end, off_t shift)
 {
     char block[FILE_BUFFER_SIZE];
-    off_t end = os->lseek(fd, 0, SEEK_END);
-    if (end < 0) return -1;
     while (end > offset) {
         const off_t left = end - offset;
         const off_t from = left > FILE_BUFFER_SIZE ? end - FILE_BUFFER_SIZE : offset;
@@ -91,53 +106,104 @@ static int move_tail(int fd, off_t offset, off_t shift)
     return 0;
 }
 
-/* A word of fewer than three bytes stands right before its line end, as in a roster that was
-   edited by hand; the rest of the file makes room, and no line loses its end. */
-static int make_room(ControlRewrite *rewrite, off_t place, uint32_t room)
+/* Overwrites the words, whose places ascend.  A word of fewer than three bytes stands right before
+   its line end, as in a roster that was edited by hand; what stands behind it makes room, and no
+   line loses its end.  From the last to the first, so that each byte moves once. */
+static int write_words(int fd, const WordPlace *words, size_t count, const char *word)
 {
-    const int fd = rewrite->out->fd;
-    if (room == WORD_SIZE || move_tail(fd, place + room, WORD_SIZE - room) == 0) return 0;
+    off_t shift = 0;
+    for (size_t i = 0; i < count; ++i)
+        shift += WORD_SIZE - words[i].room;
+    off_t end = shift > 0 ? os->lseek(fd, 0, SEEK_END) : 0;
+    if (end < 0) return -1;
+    while (count-- > 0) {
+        const WordPlace &at = words[count];
+        if (shift > 0 && move_up(fd, at.place + at.room, end, shift) < 0) return -1;
+        shift -= WORD_SIZE - at.room;
+        if (pwrite_all(fd, word, WORD_SIZE, at.place + shift) < 0) return -1;
+        end = at.place;
+    }
+    return 0;
+}
+
+static int commit_words(ControlRewrite *rewrite, const WordPlace *words, size_t count,
+                        const char *word)
+{
+    if (write_words(rewrite->out->fd, words, count, word) == 0) return rewrite->commit();
     setrc_tempfail(); /* as Fputs() does */
     return fail(*rewrite, chg_texts.write);
 }
 
-static int overwrite_word(ControlRewrite *rewrite, const LineView &line, const char *word)
+static int open_for_changing(ControlRewrite *rewrite)
 {
-    const MemberLine member = split_member(line);
-    const uint32_t room = room_of_word(member);
-    if (room == WORD_SIZE && memcmp(member.word, word, WORD_SIZE) == 0) return 0;
-
-    const off_t line_place = place_of_line(rewrite, line);
-    if (line_place < 0) return -1;
-    const off_t place = line_place + member.address_size + 1;
-    if (make_room(rewrite, place, room) < 0) return -1;
-    if (Fseek(rewrite->out, place, SEEK_SET) < 0) return fail(*rewrite, chg_seek);
-    return Fputs(word, rewrite->out) < 0 ? fail(*rewrite, chg_texts.write) : 0;
+    if (rewrite->recover("member") < 0 || rewrite->demand(chg_texts.open_source) < 0) return -1;
+    return rewrite->open_copy(chg_copy);
 }
 
-/* Changes the address's first line with a known word: its former status, 0 none, -1. */
-static int change_line(ControlRewrite *rewrite, const char *address, const char *word)
+/* -- one -- */
+
+/* The address's first line with a known word: its status and, when it is to be changed, its place;
+   0 none, -1. */
+static int find_change(const ControlRewrite &rewrite, const char *address, const char *word,
+                       WordPlace *word_out, size_t *count_out)
 {
     const RosterKey key = roster_key(address);
     char joined[VIEW_LINE_SIZE];
     LineView line;
     int got;
-    while ((got = Fview(&line, joined, rewrite->out)) > 0) {
+    while ((got = Fview(&line, joined, rewrite.out)) > 0) {
         const int status = is_line_of(line, key) ? status_of_line(line) : 0;
-        if (status != 0) return overwrite_word(rewrite, line, word) < 0 ? -1 : status;
+        if (status == 0) continue;
+        const int changes = find_word(rewrite, line, word, word_out);
+        *count_out = changes > 0 ? 1 : 0;
+        return changes < 0 ? -1 : status;
     }
-    return got < 0 ? fail(*rewrite, chg_texts.read) : 0;
+    return got < 0 ? fail(rewrite, chg_texts.read) : 0;
 }
 
 int chg_member(DeliveryJob *job, const char *address, const char *word)
 {
     ControlRewrite rewrite(job, chg_texts);
-    if (rewrite.recover("member") < 0 || rewrite.demand(chg_texts.open_source) < 0 ||
-        rewrite.open_copy(chg_copy) < 0)
-        return -1;
+    if (open_for_changing(&rewrite) < 0) return -1;
     char three[WORD_SIZE + 1];
     snprintf(three, sizeof(three), "%-3s", word);
-    const int former = change_line(&rewrite, address, three);
-    if (former < 0 || rewrite.commit() < 0) return -1;
+    WordPlace place;
+    size_t count = 0;
+    const int former = find_change(rewrite, address, three, &place, &count);
+    if (former < 0 || commit_words(&rewrite, &place, count, three) < 0) return -1;
     return former;
+}
+
+/* -- many -- */
+
+/* The same for each of the set, in one pass. */
+static int find_changes(const ControlRewrite &rewrite, const RosterSet &set, const char *word,
+                        int *former_out, WordPlace *words_out, size_t *count_out)
+{
+    char joined[VIEW_LINE_SIZE];
+    LineView line;
+    int got;
+    while ((got = Fview(&line, joined, rewrite.out)) > 0) {
+        const size_t number = set.find(line);
+        if (number == RosterSet::NOBODY || former_out[number] != 0) continue;
+        former_out[number] = status_of_line(line);
+        if (former_out[number] == 0) continue;
+        const int changes = find_word(rewrite, line, word, &words_out[*count_out]);
+        if (changes < 0) return -1;
+        *count_out += static_cast<size_t>(changes);
+    }
+    return got < 0 ? fail(rewrite, chg_texts.read) : 0;
+}
+
+int chg_members(DeliveryJob *job, const RosterSet &set, const char *word, int *former_out)
+{
+    for (size_t i = 0; i < set.count; ++i)
+        former_out[i] = 0;
+    ControlRewrite rewrite(job, chg_texts);
+    if (open_for_changing(&rewrite) < 0) return -1;
+    HostPtr<WordPlace> places((set.count + 1) * sizeof(WordPlace));
+    if (places.p == nullptr) return fail(rewrite, chg_copy);
+    size_t count = 0;
+    if (find_changes(rewrite, set, word, former_out, places.p, &count) < 0) return -1;
+    return commit_words(&rewrite, places.p, count, word);
 }

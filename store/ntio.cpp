@@ -128,14 +128,24 @@ int Ferror(FileRecord *record)
     return record->state;
 }
 
+/* KEPT: the read-ahead is measured as a text, so that bytes behind a zero byte count as handed out,
+   and the position moves forward when it stands behind that byte.
+   Test: Ntio.FlushMeasuresTheReadAheadAsAText */
+static off_t unread_bytes(const FileRecord *record)
+{
+    return static_cast<off_t>(record->line_end) - record->position;
+}
+
+off_t Ftell(const FileRecord *record)
+{
+    const off_t read = os->lseek(record->fd, 0, SEEK_CUR);
+    return read < 0 ? -1 : read - unread_bytes(record);
+}
+
 int Fflush(FileRecord *record)
 {
     if (Fdrain(record) < 0) return -1;
-    /* KEPT: the read-ahead is measured as a text, so that bytes behind a zero byte count as handed
-       out, and the position moves forward when it stands behind that byte.
-       Test: Ntio.FlushMeasuresTheReadAheadAsAText */
-    const off_t unread = static_cast<off_t>(record->line_end) - record->position;
-    if (os->lseek(record->fd, -unread, SEEK_CUR) < 0) {
+    if (os->lseek(record->fd, -unread_bytes(record), SEEK_CUR) < 0) {
         trace_sys(&g_logh, 1, 712, "SetFilePointer error %d", errno);
         return -1;
     }

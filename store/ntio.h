@@ -71,6 +71,9 @@ int Fprintf(int fd, const char *format, ...) __attribute__((format(printf, 2, 3)
 /* A new file, as f_open() with "w" makes it; what is there already is never opened (EEXIST). */
 FileRecord *f_create(const char *path);
 
+/* Where Fseek(record, 0, SEEK_CUR) would go on, with the read-ahead as it is; -1. */
+off_t Ftell(const FileRecord *record);
+
 /* As many bytes as there are, up to size; fewer at the end (errno 0) or on an error, as Getc()
    would tell them.  What is read past the buffer is not in it afterwards. */
 size_t Fread(void *data, size_t size, FileRecord *record);

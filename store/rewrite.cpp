@@ -148,16 +148,10 @@ int ControlRewrite::keep(const LineView &line)
     return write(text_, kept.size + (kept.ended ? 2 : 0));
 }
 
-int ControlRewrite::put(const char *text)
-{
-    return write_run() < 0 ? -1 : write(text, strlen(text));
-}
-
-int ControlRewrite::append(const char *text, const FailText &fail)
+int ControlRewrite::put(const char *text, const FailText &fail)
 {
     if (write_run() < 0) return -1;
-    if (Fputs(text, out) < 0) return log_failure(fail, job->list_name, new_path());
-    return drain(fail);
+    return Fputs(text, out) < 0 ? log_failure(fail, job->list_name, new_path()) : 0;
 }
 
 int ControlRewrite::discard()

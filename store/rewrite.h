@@ -57,13 +57,14 @@ struct ControlRewrite {
        written. */
     [[nodiscard]] int next(LineView *line_out);
 
-    /* Writes a line with its line end, or a text; collected, so that a failure may be reported by
-       a later call. */
+    /* Writes a line with its line end, or a text (with a failure text of its own); collected, so
+       that a failure may be reported by a later call. */
     [[nodiscard]] int keep(const LineView &line);
-    [[nodiscard]] int put(const char *text);
+    [[nodiscard]] int put(const char *text) { return put(text, texts.write); }
+    [[nodiscard]] int put(const char *text, const FailText &fail);
 
-    /* Writes a text through at once, with a failure text of its own. */
-    [[nodiscard]] int append(const char *text, const FailText &fail);
+    /* Writes what was collected. */
+    [[nodiscard]] int drain(const FailText &fail);
 
     /* Nothing is to change: closes and removes the new file. */
     [[nodiscard]] int discard();
@@ -89,7 +90,6 @@ struct ControlRewrite {
     bool extend_run(const LineView &line);
     int write_run();
     int write(const char *bytes, size_t size);
-    int drain(const FailText &fail);
     void close_source();
     char joined_[VIEW_LINE_SIZE];
     char text_[VIEW_LINE_SIZE];

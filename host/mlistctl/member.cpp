@@ -5,6 +5,7 @@
 #include "mlist/list_settings.h"
 
 #include <algorithm>
+#include <cerrno>
 
 /* The list itself among its members would send every posting back to the list. */
 static const char *new_member_fault(const std::string &address, const ListAddress &list,
@@ -17,22 +18,35 @@ static const char *new_member_fault(const std::string &address, const ListAddres
     return nullptr;
 }
 
-using MemberOperation = std::function<int(ListSession *session, const char *address)>;
+using MemberOperation = std::function<int(ListSession *session, const char *const *addresses,
+                                          size_t count, int *results)>;
+
+/* "active" and "digest" as the roster has it.  A run that was interrupted may have left them
+   behind, and finds nothing to change the second time.  A list may do without them. */
+static bool derive(ListSession *session)
+{
+    for (const char *type : {"active", "digest"})
+        if (mlist_derive(session, type) < 0 && errno != ENOENT) return false;
+    return true;
+}
 
 static std::vector<MemberChange> change_members(const ListAddress &list,
                                                 const std::vector<std::string> &addresses,
                                                 const MemberOperation &operation)
 {
-    std::vector<MemberChange> changes;
+    std::vector<const char *> texts;
+    for (const std::string &address : addresses)
+        texts.push_back(address.c_str());
+    std::vector<int> results(addresses.size());
+
     Session session(list);
-    for (const std::string &address : addresses) {
-        int result = operation(session.get(), address.c_str());
-        if (result < 0)
-            fail_in_module("'" + address + "' could not be changed in " + list.name() + " after " +
-                           std::to_string(changes.size()) + " others " +
-                           mlist_session_reply(session.get()));
-        changes.push_back({address, result == 1});
-    }
+    if (operation(session.get(), texts.data(), texts.size(), results.data()) < 0 ||
+        !derive(session.get()))
+        fail_in_module("the members of " + list.name() + " could not be changed " +
+                       mlist_session_reply(session.get()));
+    std::vector<MemberChange> changes;
+    for (size_t i = 0; i < addresses.size(); ++i)
+        changes.push_back({addresses[i], results[i] == 1});
     return changes;
 }
 
@@ -44,7 +58,7 @@ int member_add(const Arguments &arguments, const Settings &settings, Output &out
         addresses,
         [&](const std::string &address) { return new_member_fault(address, list, settings); },
         "a member's address", "nobody was added");
-    auto changes = change_members(list, addresses, mlist_member_add);
+    auto changes = change_members(list, addresses, mlist_member_add_many);
     output.member_changes(changes, "added", "is a member already");
     return CTL_OK;
 }
@@ -59,7 +73,7 @@ static int exit_status_of(const std::vector<MemberChange> &changes)
 int member_remove(const Arguments &arguments, const Settings &settings, Output &output)
 {
     ListAddress list = existing_list(arguments, settings);
-    auto changes = change_members(list, read_words(arguments), mlist_member_remove);
+    auto changes = change_members(list, read_words(arguments), mlist_member_remove_many);
     output.member_changes(changes, "removed", "is no member");
     return exit_status_of(changes);
 }
@@ -74,10 +88,11 @@ int member_set(const Arguments &arguments, const Settings &settings, Output &out
 {
     ListAddress list = existing_list(arguments, settings);
     const int status = status_of(arguments.status);
-    auto changes = change_members(list, read_words(arguments),
-                                  [status](ListSession *session, const char *address) {
-                                      return mlist_member_set_status(session, address, status);
-                                  });
+    auto changes = change_members(
+        list, read_words(arguments),
+        [status](ListSession *session, const char *const *addresses, size_t count, int *results) {
+            return mlist_member_set_status_many(session, addresses, count, status, results);
+        });
     output.member_changes(changes, "is " + arguments.status, "is no member");
     return exit_status_of(changes);
 }

@@ -3,6 +3,8 @@
 #ifndef MLIST_ADMIN_H
 #define MLIST_ADMIN_H
 
+#include <stddef.h>
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -35,6 +37,19 @@ int mlist_member_remove(struct ListSession *session, const char *address);
 
 /* status 1 on, 2 off, 3 digest.  1 set, 0 no member, -1 failure. */
 int mlist_member_set_status(struct ListSession *session, const char *address, int status);
+
+/* The same for so many addresses, with one rewrite of the roster: all of them, or none.  A result
+   for each, as the single calls one after the other would have answered; what comes again, in
+   whatever letters, counts as such.  0 done; -1 failure, logged, and the results say nothing:
+   the roster is the old one, or, where what failed came after it, the new one, and mlist_derive()
+   brings "active" and "digest" after it.  EINVAL of the first: nothing was done, and those that
+   cannot be added have the result -1; of the last: no such status. */
+int mlist_member_add_many(struct ListSession *session, const char *const *addresses, size_t count,
+                          int *results);
+int mlist_member_remove_many(struct ListSession *session, const char *const *addresses,
+                             size_t count, int *results);
+int mlist_member_set_status_many(struct ListSession *session, const char *const *addresses,
+                                 size_t count, int status, int *results);
 
 /* Status of an address: 1, 2, 3; 0 no member; -1 failure. */
 int mlist_member_status(struct ListSession *session, const char *address);

@@ -119,9 +119,13 @@ void Host::make_list(const std::string &settings, const std::string &list) const
     write_content(control("subscribe", list), "");
     write_content(control("init", list), settings);
     auto *add = symbol<decltype(mlist_member_add)>("mlist_member_add");
+    auto *add_many = symbol<decltype(mlist_member_add_many)>("mlist_member_add_many");
     ASSERT_EQ(add(session, "alice@example.net"), 1);
-    ASSERT_EQ(add(session, "bob@example.jp"), 1);
-    ASSERT_EQ(add(session, "ALICE@example.net"), 0) << "a member already, in other letters";
+    const char *const addresses[] = {"ALICE@example.net", "bob@example.jp"};
+    int results[] = {-1, -1};
+    ASSERT_EQ(add_many(session, addresses, 2, results), 0);
+    ASSERT_EQ(results[0], 0) << "a member already, in other letters";
+    ASSERT_EQ(results[1], 1);
     symbol<decltype(mlist_session_close)>("mlist_session_close")(session);
     std::string archive = root_ / "box/example.jp" / list / "INBOX";
     ASSERT_EQ(symbol<decltype(mlmbx_create)>("mlmbx_create")(archive.c_str()), 1);

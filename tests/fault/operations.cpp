@@ -114,6 +114,28 @@ static std::function<Outcome(World &)> session(bool (*use)(ListSession *))
     return [=](World &) { return in_session(use); };
 }
 
+/* Two that change something, and one that does not. */
+static bool add_three(ListSession *list)
+{
+    const char *const three[] = {"carol@example.com", "alice@example.net", "frank@example.com"};
+    int results[3];
+    return mlist_member_add_many(list, three, 3, results) == 0;
+}
+
+static bool remove_three(ListSession *list)
+{
+    const char *const three[] = {"alice@example.net", "carol@example.com", "dora@example.jp"};
+    int results[3];
+    return mlist_member_remove_many(list, three, 3, results) == 0;
+}
+
+static bool set_three(ListSession *list)
+{
+    const char *const three[] = {"dora@example.jp", "carol@example.com", "alice@example.net"};
+    int results[3];
+    return mlist_member_set_status_many(list, three, 3, MEMBER_OFF, results) == 0;
+}
+
 static void remove_what_a_new_list_lacks(World &world)
 {
     for (const char *name : {"status", "confirm", "grant", "subscribe"})
@@ -220,6 +242,9 @@ const std::vector<Operation> operations = {
     {"MemberSet", Subject::administration, {}, session([](ListSession *list) {
          return mlist_member_set_status(list, "dora@example.jp", MEMBER_ON) >= 0;
      })},
+    {"MembersAdd", Subject::administration, {}, session(add_three)},
+    {"MembersRemove", Subject::administration, {}, session(remove_three)},
+    {"MembersSet", Subject::administration, {}, session(set_three)},
     {"GrantAdd", Subject::administration, {}, session([](ListSession *list) {
          return mlist_access_add(list, "grant", "alice@example.net") >= 0;
      })},

@@ -21,8 +21,8 @@ import tempfile
 BUILD = pathlib.Path(os.environ["MLIST_BUILD"])
 STEP = int(os.environ.get("MLIST_DISTURB_STEP", 1))
 LIST = "mylist@example.jp"
-ALICE, BOB, CAROL, DAVE = (
-    "alice@example.net", "bob@example.jp", "carol@example.com", "dave@example.org")
+ALICE, BOB, CAROL, DAVE, ERIN = ("alice@example.net", "bob@example.jp", "carol@example.com",
+                                 "dave@example.org", "erin@example.com")
 WHOLE = b"The last line.\r\n"
 CONTROL = "control/example.jp/mylist/"
 INBOX = "archive/example.jp/mylist/INBOX/"
@@ -97,9 +97,10 @@ OPERATIONS = {
     "rebuild": Operation(["rebuild"]),
     "list-create": Operation(tool=("list", "create", LIST), before=None,
                              harms=(*KILLS, IN_TURN)),
-    "member-add": Operation(tool=("member", "add", LIST, CAROL), harms=(*KILLS, IN_TURN)),
-    "member-remove": Operation(tool=("member", "remove", LIST, ALICE)),
-    "member-set": Operation(tool=("member", "set", "digest", LIST, BOB)),
+    # More than one each: all of them, or none.
+    "member-add": Operation(tool=("member", "add", LIST, CAROL, ERIN), harms=(*KILLS, IN_TURN)),
+    "member-remove": Operation(tool=("member", "remove", LIST, ALICE, DAVE)),
+    "member-set": Operation(tool=("member", "set", "off", LIST, BOB, DAVE)),
 }
 
 # -- trees -------------------------------------------------------------------------------------

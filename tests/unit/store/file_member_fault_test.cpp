@@ -9,6 +9,7 @@
 
 #include "module/tcb.h"
 #include "store/ntio.h"
+#include "store/roster.h"
 #include "tests/support/fake_host.h"
 #include "tests/support/out_capture.h"
 #include "tests/unit/store/control_fault.h"
@@ -45,12 +46,70 @@ TEST(RosterFaults, RemovingSurvivesEveryFailureAndDeath)
     survive_full_disk({"member"}, prepare_long, run);
 }
 
+const char *const some_members[] = {"member7@example.net", "new@x", "member390@example.net",
+                                    "member8@example.net"};
+
+TEST(RosterFaults, AddingManySurvivesEveryFailureAndDeath)
+{
+    OutCapture out;
+    const auto run = [](TempList &list) {
+        const int wanted[] = {0, 1, 0, 1};
+        return add_members(list.job(), RosterSet(some_members, 4), wanted);
+    };
+    survive_every_change({"member"}, prepare_long, run);
+    survive_full_disk({"member"}, prepare_long, run);
+}
+
+TEST(RosterFaults, RemovingManySurvivesEveryFailureAndDeath)
+{
+    OutCapture out;
+    const auto run = [](TempList &list) {
+        return del_members(list.job(), RosterSet(some_members, 4));
+    };
+    survive_every_change({"member"}, prepare_long, run);
+    survive_full_disk({"member"}, prepare_long, run);
+}
+
+TEST(RosterFaults, ChangingManySurvivesEveryFailureAndDeath)
+{
+    OutCapture out;
+    const auto prepare = [](TempList &list) {
+        prepare_long(list);
+        list.put("member", "new@x ON\n" + list.get("member")); /* the others make room */
+    };
+    const auto run = [](TempList &list) {
+        int former[4];
+        return chg_members(list.job(), RosterSet(some_members, 4), "DGT", former);
+    };
+    survive_every_change({"member"}, prepare, run);
+    survive_full_disk({"member"}, prepare, run);
+}
+
 TEST(RosterFaults, ARosterThatIsStillToBeMadeIsMadeWholeOrNotAtAll)
 {
     OutCapture out;
     survive_every_change(
         {"member"}, [](TempList &list) { remove(list.control("member").c_str()); },
         [](TempList &list) { return add_member(list.job(), "new@x"); });
+}
+
+int change_many(DeliveryJob *job, int (*change)(DeliveryJob *, const RosterSet &))
+{
+    const char *const two[] = {"bob@example.jp", "alice@example.net"};
+    const RosterSet set(two, 2);
+    return set.ready() ? change(job, set) : -1;
+}
+
+int add_members_of_set(DeliveryJob *job, const RosterSet &set)
+{
+    const int wanted[] = {1, 1};
+    return add_members(job, set, wanted);
+}
+
+int chg_members_of_set(DeliveryJob *job, const RosterSet &set)
+{
+    int former[2];
+    return chg_members(job, set, "DGT", former);
 }
 
 TEST(RosterFaults, WithoutMemoryNothingIsLost)
@@ -66,6 +125,13 @@ TEST(RosterFaults, WithoutMemoryNothingIsLost)
          "alice@example.net ON \r\ncarol@example.com DGT\r\n"},
         {"chg", [](DeliveryJob *job) { return chg_member(job, "bob@example.jp", "DGT"); },
          "alice@example.net ON \r\nBob@Example.jp DGT\r\ncarol@example.com DGT\r\n"},
+        {"add many", [](DeliveryJob *job) { return change_many(job, add_members_of_set); },
+         "alice@example.net ON \r\nBob@Example.jp OFF\r\ncarol@example.com DGT\r\n"
+         "bob@example.jp ON \r\nalice@example.net ON \r\n"},
+        {"del many", [](DeliveryJob *job) { return change_many(job, del_members); },
+         "carol@example.com DGT\r\n"},
+        {"chg many", [](DeliveryJob *job) { return change_many(job, chg_members_of_set); },
+         "alice@example.net DGT\r\nBob@Example.jp DGT\r\ncarol@example.com DGT\r\n"},
     };
     for (const auto &row : rows) {
         bool reached = true;
