@@ -1,12 +1,12 @@
 import time
 
-from lib import LIST, check, daemon, equal, message, still_works
+from lib import LIST, check, daemon, equal, message, still_works, wait_for
 
 with daemon({"lmtp": {"timeout": 2, "data_timeout": 5}}) as server:
-    silent = server.raw()
     started = time.monotonic()
+    silent = server.raw()
     equal(silent.closed_by_server(), 421, "last word to a silent client")
-    check(1 < time.monotonic() - started < 20, "after the configured time")
+    check(time.monotonic() - started >= 2, "not before the configured time")
 
     stalled = server.raw()
     equal(stalled.begin([LIST]), [250], "recipient")
@@ -19,13 +19,14 @@ with daemon({"lmtp": {"timeout": 2, "data_timeout": 5}}) as server:
     dripping = server.raw()
     equal(dripping.begin([LIST]), [250], "recipient")
     equal(dripping.command("DATA")[0], 354, "DATA")
-    started = time.monotonic()
-    try:
-        while time.monotonic() - started < 30:
+
+    def sent_away():
+        try:
             dripping.send(b"x")
-            time.sleep(0.5)
-    except OSError:
-        pass
-    check(time.monotonic() - started < 25, "a client that drips is sent away")
+        except OSError:
+            return True
+        return False
+
+    wait_for("a client that drips to be sent away", sent_away)
     equal(server.archived(), [], "archive")
     still_works(server)

@@ -1,15 +1,18 @@
 """Killed at any moment, the daemon leaves lists that a new start puts in order."""
 
 import threading
-import time
 
-from lib import daemon, equal, message
+from lib import daemon, equal, message, wait_for
+
+
+answered = []
 
 
 def keep_posting(server):
     try:
         for count in range(10000):
             server.post(message(number=count))
+            answered.append(count)
     except Exception:           # killed: what the test waits for
         pass
 
@@ -19,7 +22,8 @@ with daemon(journal=1000000) as server:      # keeps every mail
         workers = [threading.Thread(target=keep_posting, args=(server,)) for _ in range(3)]
         for worker in workers:
             worker.start()
-        time.sleep(0.3 + 0.17 * round)
+        enough = len(answered) + 5 + 4 * round
+        wait_for("answers", lambda: len(answered) >= enough)
         server.kill()
         for worker in workers:
             worker.join()

@@ -49,7 +49,7 @@ class Client(threading.Thread):
             while not self.attempt(address, mail):
                 if self.stop_event.is_set():
                     return
-                time.sleep(0.01)
+                time.sleep(0.01)        # as a mail server leaves a busy one in peace
             self.answered.append((address, token(mail)))
 
     def compose(self, number):
@@ -92,7 +92,8 @@ class Commander(Client):
 
 
 def kill_again_and_again(server, seconds, answered):
-    """At moments of starting, of serving, and of serving under full load."""
+    """At moments of starting, of serving, and of serving under full load; which ones is chance, so
+    nothing is waited for in between."""
     choose = random.Random(SEED)
     end = time.monotonic() + seconds
     kills = 0

@@ -11,6 +11,7 @@
 #include "ldapuse.h"
 #include "mlist/mlist.h"
 #include "module/host_mem.h"
+#include "tests/support/lock_waiter.h"
 #include "tests/unit/commands/commands_test.h"
 
 class ReplyText : public CommandTest
@@ -134,7 +135,7 @@ TEST_F(ReplyText, ATextFileIsReadUnderASharedLock)
     const int editor = open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
     ASSERT_EQ(0, flock(editor, LOCK_EX));
     std::thread finish([&] {
-        usleep(50000);
+        wait_for_a_waiter(editor);
         EXPECT_EQ(6, write(editor, " done\n", 6));
         close(editor);
     });

@@ -3,7 +3,9 @@
 
      refuse        69 with reply text 510        machine   69 with reply text 534
      later         75                            memory    uses the allocator hard, then accepts
-     sleepy        takes 300 ms, then accepts    digest    submits with a number list
+     slow          makes a file "begun" beside   digest    submits with a number list
+                   "active", accepts when there
+                   is one "go"
      mute          69 without a text             reply     submits to one named recipient
      others        submit the message to the list's "active" file, 0 or 75 */
 #include <cstdio>
@@ -61,6 +63,14 @@ static bool use_memory(DeliveryRequest *request)
     return request->keep_text("kept") != nullptr;
 }
 
+static void wait_for_leave(const std::string &control)
+{
+    FILE *begun = fopen((control + "/begun").c_str(), "we");
+    if (begun != nullptr) fclose(begun);
+    while (access((control + "/go").c_str(), F_OK) != 0)
+        usleep(1000);
+}
+
 int ModuleMain(DeliveryRequest *request)
 {
     const std::string list = request->argument_vector[1];
@@ -72,7 +82,6 @@ int ModuleMain(DeliveryRequest *request)
     if (list == "mute") return 69;
     if (list == "later") return answer(request, 75, "480 fputs disk full [ml=later]");
     if (list == "memory") return use_memory(request) ? 0 : 69;
-    if (list == "sleepy") usleep(300'000);
     if (list == "digest")
         return request->submit(request->message_file, owner.c_str(), nullptr, "1 2 3", result) ? 0
                                                                                                : 75;
@@ -82,8 +91,9 @@ int ModuleMain(DeliveryRequest *request)
                    ? 0
                    : 69;
     }
-    const std::string active =
-        std::string(g_path_mlist) + "/" + request->domain + "/" + list + "/active";
+    const std::string control = std::string(g_path_mlist) + "/" + request->domain + "/" + list;
+    if (list == "slow") wait_for_leave(control);
+    const std::string active = control + "/active";
     if (!request->submit(request->message_file, owner.c_str(), nullptr, active.c_str(), result))
         return answer(request, 75, "537 mailfile fail (ex_tempfail)");
     snprintf(request->result_text, MLIST_RESULT_TEXT_SIZE, "%s", result);

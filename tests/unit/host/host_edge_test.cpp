@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <fcntl.h>
 #include <random>
 #include <sys/file.h>
@@ -12,6 +11,7 @@
 #include "host/mlistd/lists.h"
 #include "mlog.h"
 #include "tests/reference/owner.h"
+#include "tests/support/lock_waiter.h"
 #include "tests/unit/host/scratch.h"
 
 TEST(ModuleAnswers, BecomeReplies)
@@ -352,13 +352,8 @@ TEST_F(EdgeTest, TheMembersAreReadUnderTheListsLock)
     const Fd lock(
         open((scratch.path("control/d/one/lock")).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     ASSERT_EQ(flock(lock.get(), LOCK_EX), 0);
-    std::atomic<bool> done = false;
-    std::thread delivery([&] {
-        EXPECT_EQ(deliver("one@d").code, 250);
-        done = true;
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_FALSE(done);
+    std::thread delivery([&] { EXPECT_EQ(deliver("one@d").code, 250); });
+    wait_for_a_waiter(lock.get());
     scratch.write("control/d/one/active", "late@x\r\n");
     flock(lock.get(), LOCK_UN);
     delivery.join();
@@ -393,13 +388,15 @@ TEST_F(EdgeTest, AMissingMemberFileHasNoMembers)
 
 TEST_F(EdgeTest, ABusyListIsAnsweredWithLater)
 {
-    make_list("sleepy");
+    make_list("slow");
     settings.lmtp_list_wait = 0;
-    std::thread first([&] { EXPECT_EQ(deliver("sleepy@d").code, 250); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    EXPECT_EQ(deliver("sleepy@d").line(), "451 4.3.2 the list is busy, try again later\r\n");
+    std::thread first([&] { EXPECT_EQ(deliver("slow@d").code, 250); });
+    while (!std::filesystem::exists(scratch.path("control/d/slow/begun")))
+        std::this_thread::yield();
+    EXPECT_EQ(deliver("slow@d").line(), "451 4.3.2 the list is busy, try again later\r\n");
+    scratch.write("control/d/slow/go", "");
     first.join();
-    EXPECT_EQ(deliver("sleepy@d").code, 250);
+    EXPECT_EQ(deliver("slow@d").code, 250);
 }
 
 TEST(ModuleLibrary, SaysWhatIsMissing)

@@ -12,8 +12,9 @@ using std::chrono::milliseconds;
 namespace
 {
 
-/* Runs a thread for each list name, each some time in the gate; answers the most at once. */
-int most_at_once(DeliveryGate &gate, const std::vector<std::string> &lists)
+/* Runs a thread for each list name through the gate, where each stays until so many have been
+   inside at once; answers the most that were. */
+int most_at_once(DeliveryGate &gate, const std::vector<std::string> &lists, int awaited)
 {
     std::atomic<int> inside = 0;
     std::atomic<int> most = 0;
@@ -27,7 +28,10 @@ int most_at_once(DeliveryGate &gate, const std::vector<std::string> &lists)
             int seen = most;
             while (now > seen && !most.compare_exchange_weak(seen, now)) {
             }
-            std::this_thread::sleep_for(milliseconds(50));
+            while (most < awaited)
+                std::this_thread::yield();
+            /* That nobody else comes in shows only after a while. */
+            std::this_thread::sleep_for(milliseconds(20));
             --inside;
         });
     for (std::thread &thread : threads)
@@ -40,15 +44,15 @@ int most_at_once(DeliveryGate &gate, const std::vector<std::string> &lists)
 TEST(DeliveryGate, AdmitsOneAtATimeForEachList)
 {
     DeliveryGate gate(16);
-    EXPECT_EQ(most_at_once(gate, {"a", "a", "a", "a"}), 1);
+    EXPECT_EQ(most_at_once(gate, {"a", "a", "a", "a"}, 1), 1);
 }
 
 TEST(DeliveryGate, AdmitsListsBesideEachOtherUpToItsPlaces)
 {
     DeliveryGate wide(16);
-    EXPECT_EQ(most_at_once(wide, {"a", "b", "c", "d", "e"}), 5);
+    EXPECT_EQ(most_at_once(wide, {"a", "b", "c", "d", "e"}, 5), 5);
     DeliveryGate narrow(2);
-    EXPECT_EQ(most_at_once(narrow, {"a", "b", "c", "d", "e", "a", "b"}), 2);
+    EXPECT_EQ(most_at_once(narrow, {"a", "b", "c", "d", "e", "a", "b"}, 2), 2);
 }
 
 TEST(DeliveryGate, GivesUpAfterTheTimeAllowed)
@@ -69,6 +73,7 @@ TEST(DeliveryGate, WaitingForAListTakesNoPlace)
     DeliveryGate gate(2);
     const auto held = gate.enter("a", milliseconds(0));
     std::thread waiting([&] { EXPECT_FALSE(gate.enter("a", milliseconds(300))); });
+    /* Nothing outside tells that a thread waits there; by now it does. */
     std::this_thread::sleep_for(milliseconds(50));
     EXPECT_TRUE(gate.enter("b", milliseconds(0)));
     waiting.join();

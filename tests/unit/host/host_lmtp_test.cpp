@@ -266,6 +266,7 @@ TEST(LmtpSession, TheEndOfTheDaemonEndsWaitingButNotReceiving)
     receiving.begin({"one"});
     receiving.send("Subject: a\r\n");
     receiving.stop();
+    /* Time to notice; that it goes on receiving shows only when the mail is whole. */
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     receiving.send("\r\nb\r\n.\r\n");
     EXPECT_EQ(receiving.line(), "250 2.0.0 accepted");

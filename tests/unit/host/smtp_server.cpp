@@ -80,8 +80,15 @@ void SmtpServer::serve()
         talks_.emplace_back([this, socket] {
             talk(socket);
             close(socket);
+            closed_++;
         });
     }
+}
+
+void SmtpServer::wait_until_closed(int connections) const
+{
+    while (closed_ < connections)
+        usleep(1000);
 }
 
 void SmtpServer::talk(int socket)

@@ -34,6 +34,8 @@ class SmtpServer
     std::vector<std::string> commands();
     std::vector<std::string> messages();
     int connections() const { return connections_; }
+    /* Returns when it has closed so many of them. */
+    void wait_until_closed(int connections) const;
     /* The most commands that came before their predecessor was answered. */
     int longest_row() const { return longest_row_; }
 
@@ -50,7 +52,7 @@ class SmtpServer
     std::string port_;
     std::mutex mutex_;
     std::vector<std::string> commands_, messages_;
-    std::atomic<int> connections_{0}, longest_row_{0};
+    std::atomic<int> connections_{0}, closed_{0}, longest_row_{0};
     std::vector<std::thread> talks_;
     std::thread server_;
 };

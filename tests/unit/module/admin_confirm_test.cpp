@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "tests/support/fault_os.h"
+#include "tests/support/lock_waiter.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_list.h"
 
@@ -104,7 +105,7 @@ TEST_F(Confirmations, AreReadUnderTheirOwnLockToo)
     const int fd = open(list.control("confirm.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0700);
     ASSERT_EQ(0, flock(fd, LOCK_EX));
     std::thread holder([&] {
-        usleep(50'000);
+        wait_for_a_waiter(fd);
         list.put("confirm", "");
         flock(fd, LOCK_UN);
     });

@@ -8,6 +8,7 @@
 #include <atomic>
 #include <thread>
 
+#include "tests/support/lock_waiter.h"
 #include "tests/support/out_capture.h"
 #include "tests/unit/store/confirm_test.h"
 
@@ -34,7 +35,7 @@ TEST_F(Confirm, EveryOperationWaitsForTheLock)
         ASSERT_EQ(0, flock(other, LOCK_EX));
         std::atomic<bool> freed = false, ended_early = false;
         std::thread owner([&] {
-            usleep(30000);
+            wait_for_a_waiter(other);
             freed = true;
             flock(other, LOCK_UN);
         });
