@@ -1,6 +1,6 @@
 #include "host/base/digest_files.h"
 
-#include <sys/stat.h>
+#include "host/base/files.h"
 
 std::string digest_directory(const Settings &settings)
 {
@@ -24,7 +24,5 @@ std::string asked_push_path(const Settings &settings, const ListAddress &list)
 
 Result<void> make_digest_directories(const Settings &settings)
 {
-    for (const std::string &path : {digest_directory(settings), asked_push_directory(settings)})
-        if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST) return system_error(path);
-    return {};
+    return make_path(asked_push_directory(settings), 0700);
 }

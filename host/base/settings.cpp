@@ -3,13 +3,12 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <limits.h>
-#include <sstream>
 #include <toml++/toml.h>
 #include <unistd.h>
 
 #include "host/base/endpoint.h"
+#include "host/base/files.h"
 #include "host/base/names.h"
 #include "host/base/text.h"
 
@@ -288,15 +287,9 @@ Result<Settings> parse_settings(std::string_view text, const std::string &file)
 
 Result<Settings> read_settings(const std::string &file)
 {
-    errno = 0;
-    std::ifstream stream(file, std::ios::binary);
-    std::stringstream text;
-    if (stream) text << stream.rdbuf();
-    if (!stream || stream.bad() || text.fail()) {
-        if (errno == 0) errno = EISDIR;
-        return system_error(file);
-    }
-    return parse_settings(text.str(), file);
+    const auto text = load_file(file);
+    if (!text) return text.error();
+    return parse_settings(*text, file);
 }
 
 Result<Settings> read_settings_or_usual(const std::string &file)

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/base/files.h"
 #include "host/base/text.h"
 #include "host/mlistctl/failure.h"
 
@@ -21,15 +22,9 @@ static std::vector<IndexRecord> read_records(int fd)
     struct stat status;
     if (fstat(fd, &status) != 0) return records;
     records.resize(static_cast<size_t>(status.st_size) / sizeof(IndexRecord));
-    size_t size = records.size() * sizeof(IndexRecord), done = 0;
-    while (done < size) {
-        ssize_t got = pread(fd, reinterpret_cast<char *>(records.data()) + done, size - done,
-                            static_cast<off_t>(done));
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0) break;
-        done += static_cast<size_t>(got);
-    }
-    records.resize(done / sizeof(IndexRecord));
+    const ssize_t got = read_range(fd, 0, reinterpret_cast<char *>(records.data()),
+                                   records.size() * sizeof(IndexRecord));
+    records.resize(got < 0 ? 0 : static_cast<size_t>(got) / sizeof(IndexRecord));
     for (IndexRecord &record : records)
         record = {le32toh(record.uid), le32toh(record.flags), le32toh(record.header_size),
                   le32toh(record.size)};

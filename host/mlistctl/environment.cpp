@@ -13,12 +13,9 @@
 #include "mlist/mlist.h"
 #include "mlog.h"
 
-constexpr const char *usual_file = "/etc/mlistd/mlistd.toml";
-
 Settings read_environment(const std::string &file)
 {
-    if (file.empty() && access(usual_file, F_OK) != 0) return default_settings();
-    auto settings = read_settings(file.empty() ? usual_file : file);
+    auto settings = read_settings_or_usual(file);
     if (!settings)
         throw Failure{CTL_BAD_CONFIGURATION, settings.error().text,
                       "correct the file, or name another with --config"};

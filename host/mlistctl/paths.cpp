@@ -9,13 +9,13 @@
 #include <unistd.h>
 
 #include "host/base/fd.h"
+#include "host/base/files.h"
 #include "host/mlistctl/failure.h"
 #include "mlist/mlist.h"
 
 namespace fs = std::filesystem;
 
-/* Both are reduced by the file-creation mask, as the module's own files are. */
-constexpr mode_t directory_mode = 0777;
+/* Reduced by the file-creation mask, as that of the module's own files is. */
 constexpr mode_t file_mode = 0660;
 
 static std::string below(const char *root, const ListAddress &address)
@@ -76,36 +76,17 @@ std::vector<ListAddress> all_lists()
     return lists;
 }
 
-static std::string parent_of(const std::string &path)
+/* What base/files.h answers, thrown. */
+static void require(const Result<void> &done, const std::string &what, const std::string &path)
 {
-    std::string parent = fs::path(path).parent_path().string();
-    return parent.empty() ? "." : parent;
-}
-
-static void sync_directory(const std::string &path)
-{
-    Fd directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!directory || fsync(directory.get()) != 0) fail_on_file("cannot sync", path);
+    if (done) return;
+    errno = done.error().code;
+    fail_on_file(what, path);
 }
 
 void make_directories(const std::string &path)
 {
-    if (mkdir(path.c_str(), directory_mode) == 0) {
-        sync_directory(parent_of(path));
-        return;
-    }
-    if (errno == ENOENT && parent_of(path) != path) {
-        make_directories(parent_of(path));
-        if (mkdir(path.c_str(), directory_mode) == 0) {
-            sync_directory(parent_of(path));
-            return;
-        }
-    }
-    if (errno != EEXIST) fail_on_file("cannot make the directory", path);
-    if (!fs::is_directory(path)) {
-        errno = ENOTDIR;
-        fail_on_file("cannot make the directory", path);
-    }
+    require(make_path(path), "cannot make the directory", path);
 }
 
 void make_empty_file(const std::string &path)
@@ -132,20 +113,13 @@ void write_durably(const std::string &path, const std::string &working, std::str
     write_text(file.get(), text, working);
     if (fsync(file.get()) != 0) fail_on_file("cannot sync", working);
     if (rename(working.c_str(), path.c_str()) != 0) fail_on_file("cannot put in place", path);
-    sync_directory(parent_of(path));
+    require(sync_name(path), "cannot sync", path);
 }
 
 std::string read_whole(const std::string &path)
 {
-    Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file) fail_on_file("cannot open", path);
-    std::string content;
-    char buffer[65536];
-    for (;;) {
-        ssize_t size = read(file.get(), buffer, sizeof(buffer));
-        if (size < 0 && errno == EINTR) continue;
-        if (size < 0) fail_on_file("cannot read", path);
-        if (size == 0) return content;
-        content.append(buffer, static_cast<size_t>(size));
-    }
+    auto content = load_file(path);
+    if (content) return std::move(*content);
+    errno = content.error().code;
+    fail_on_file("cannot read", path);
 }

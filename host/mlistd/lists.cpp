@@ -1,11 +1,10 @@
 #include "host/mlistd/lists.h"
 
 #include <cerrno>
-#include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
 
-#include "host/base/fd.h"
+#include "host/base/files.h"
 #include "host/base/text.h"
 #include "host/mlistd/hostlog.h"
 
@@ -49,27 +48,10 @@ std::vector<ListAddress> all_lists(const Settings &settings)
     return lists;
 }
 
-static Result<std::string> read_file(const std::string &path)
-{
-    const Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file) return system_error(path);
-    std::string text;
-    for (;;) {
-        char block[64 * 1024];
-        const ssize_t got = read(file.get(), block, sizeof(block));
-        if (got == 0) return text;
-        if (got > 0) {
-            text.append(block, static_cast<size_t>(got));
-        } else if (errno != EINTR) {
-            return system_error(path);
-        }
-    }
-}
-
 Result<std::vector<std::string>> read_address_lines(const std::string &path)
 {
     std::vector<std::string> lines;
-    const auto text = read_file(path);
+    const auto text = load_file(path);
     if (!text && text.error().code == ENOENT) return lines;
     if (!text) return text.error();
     for (const std::string_view line : split(*text, '\n')) {

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <systemd/sd-daemon.h>
 
+#include "host/base/files.h"
 #include "host/base/placeholders.h"
 #include "host/mlistd/hostlog.h"
 
@@ -36,29 +37,12 @@ void raise_descriptor_limit(const Settings &settings)
 
 /* -- directories -- */
 
-static Result<void> make_directory(const std::string &path)
-{
-    struct stat status;
-    if (stat(path.c_str(), &status) == 0) {
-        if (S_ISDIR(status.st_mode)) return {};
-        errno = ENOTDIR;
-        return system_error(path);
-    }
-    const size_t slash = path.rfind('/');
-    if (slash != std::string::npos && slash > 0) {
-        auto parent = make_directory(path.substr(0, slash));
-        if (!parent) return parent;
-    }
-    if (mkdir(path.c_str(), 0777) != 0 && errno != EEXIST) return system_error(path);
-    return {};
-}
-
 Result<void> make_data_directories(const Settings &settings)
 {
     for (const std::string *path :
          {&settings.data_directory, &settings.control_root, &settings.archive_root,
           &settings.spool_directory, &settings.outbox_directory, &settings.config_directory}) {
-        auto made = make_directory(*path);
+        auto made = make_path(*path);
         if (!made) return made;
     }
     return {};
@@ -71,7 +55,7 @@ static Result<void> give_data_directory(const Settings &settings, const passwd &
     const char *path = settings.data_directory.c_str();
     struct stat status;
     if (stat(path, &status) == 0) return {};
-    auto made = make_directory(settings.data_directory);
+    auto made = make_path(settings.data_directory);
     if (!made) return made;
     if (chown(path, user.pw_uid, user.pw_gid) != 0) return system_error(path);
     return {};

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "host/base/fd.h"
+#include "host/base/files.h"
 #include "host/base/text.h"
 
 std::optional<Day> read_day_file(const std::string &path)
@@ -27,20 +28,12 @@ static Result<void> write_synced(const std::string &path, const std::string &tex
     return {};
 }
 
-static Result<void> sync_directory(const std::string &path)
-{
-    const Fd directory(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!directory || fsync(directory.get()) != 0) return system_error(path);
-    return {};
-}
-
 /* No list's record has the working name: theirs hold an "@". */
 Result<void> write_day_file(const std::string &path, Day day)
 {
-    const std::string directory = path.substr(0, path.rfind('/'));
-    const std::string working = directory + "/making";
+    const std::string working = path.substr(0, path.rfind('/')) + "/making";
     auto written = write_synced(working, day_text(day) + "\n");
     if (!written) return written;
     if (rename(working.c_str(), path.c_str()) != 0) return system_error(path);
-    return sync_directory(directory);
+    return sync_name(path);
 }

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "host/base/files.h"
 #include "host/mlistd/modhost/delivery.h"
 #include "host/mlistd/modhost/functions.h"
 #include "mlist/host_functions.h"
@@ -17,20 +18,6 @@ namespace
 {
 
 constexpr size_t COPY_SIZE = 64 * 1024;
-
-/* Reads size bytes at offset, less only at the end of the file.  -1 with errno on failure. */
-ssize_t read_range(int fd, off_t offset, char *data, size_t size)
-{
-    size_t done = 0;
-    while (done < size) {
-        const ssize_t got = pread(fd, data + done, size - done, offset + static_cast<off_t>(done));
-        if (got < 0 && errno == EINTR) continue;
-        if (got < 0) return -1;
-        if (got == 0) break;
-        done += static_cast<size_t>(got);
-    }
-    return static_cast<ssize_t>(done);
-}
 
 /* The thread's allocator: its delivery's, else the one that the module uses without one. */
 char *new_buffer(size_t size)
