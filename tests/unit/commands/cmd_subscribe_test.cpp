@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "store/confirm.h"
+#include "tests/support/local_time.h"
 #include "tests/unit/commands/commands_test.h"
 
 static const char *const roster = "alice@example.net ON \r\nbob@example.jp OFF\r\n";
@@ -131,21 +132,9 @@ class Confirmation : public Membership
   protected:
     Confirmation()
     {
-        setenv("TZ", "Asia/Tokyo", 1);
-        tzset();
+        set_zone("Asia/Tokyo");
         job()->settings.confirmation = 3;
-        clock.now = at(2026, 11, 15, 9, 24, 31);
-    }
-    static time_t at(int year, int month, int day, int hour, int minute, int second)
-    {
-        struct tm local = {};
-        local.tm_year = year - 1900;
-        local.tm_mon = month - 1;
-        local.tm_mday = day;
-        local.tm_hour = hour;
-        local.tm_min = minute;
-        local.tm_sec = second;
-        return mktime(&local);
+        clock.now = local_time_of(2026, 11, 15, 9, 24, 31);
     }
     static std::string id_for(unsigned second)
     {
@@ -232,9 +221,9 @@ TEST_F(Confirmation, TextBehindTheIdDoesNotMatterItsCaseDoes)
 TEST_F(Confirmation, AnIdIsGoodThroughItsExpiryMinute)
 {
     (void)block("# subscribe\r\n");
-    clock.now = at(2026, 11, 18, 9, 24, 59);
+    clock.now = local_time_of(2026, 11, 18, 9, 24, 59);
     EXPECT_EQ(asked("subscribe", id_for(31)), block("# subscribe x\r\n"));
-    clock.now = at(2026, 11, 18, 9, 25, 7);
+    clock.now = local_time_of(2026, 11, 18, 9, 25, 7);
     EXPECT_EQ(asked("subscribe", id_for(7)), block("# subscribe " + id_for(31) + "\r\n"));
     EXPECT_EQ("carol@example.com 0126/10/18:09:24 " + id_for(31) +
                   "\r\ncarol@example.com 0126/10/21:09:25 " + id_for(7) + "\r\n",

@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include "tests/support/fault_os.h"
+#include "tests/support/local_time.h"
 #include "tests/unit/headers/header_job.h"
 
 using std::string;
@@ -88,8 +89,7 @@ TEST(DateStr, TheResultIsCutAtTheSize)
 
 TEST(Getmsgidsec, CountsLocalTimeInMonthsOf31Days)
 {
-    setenv("TZ", "Asia/Tokyo", 1);
-    tzset();
+    set_zone("Asia/Tokyo");
     FaultOs fault;
     fault.now = 1794701640; /* 2026-11-15 09:14:00 +0900 */
     EXPECT_EQ(getmsgidsec(), 0 + 60 * 14 + 3600 * 9 + 86400 * 15 + 2678400 * 10);

@@ -5,16 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstdlib>
 #include <string>
 
 #include "host/mlistd/digest/schedule.h"
-
-inline void set_zone(const char *zone)
-{
-    setenv("TZ", zone, 1);
-    tzset();
-}
+#include "tests/support/local_time.h"
 
 /* "11-21 13:00" in the local zone; the first of two equal times unless told otherwise. */
 inline time_t at(const std::string &text, int summer = -1)

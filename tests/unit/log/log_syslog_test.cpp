@@ -9,6 +9,7 @@
 #include "mlist/mlist.h"
 #include "tests/support/fake_host.h"
 #include "tests/support/fault_os.h"
+#include "tests/support/local_time.h"
 #include "tests/support/temp_list.h"
 #include "tests/unit/log/syslog_capture.h"
 
@@ -19,8 +20,7 @@ class DailyLogTroubles : public ::testing::Test
   protected:
     DailyLogTroubles()
     {
-        setenv("TZ", "Asia/Tokyo", 1);
-        tzset();
+        set_zone("Asia/Tokyo");
         faults.now = 1794701640; /* 2026-11-15 09:14:00 in Tokyo */
         (void)take_syslog();
     }

@@ -11,6 +11,7 @@
 
 #include "mlist/daily_log.h"
 #include "tests/support/fault_os.h"
+#include "tests/support/local_time.h"
 #include "tests/support/temp_list.h"
 
 class DailyLog : public ::testing::Test
@@ -18,8 +19,7 @@ class DailyLog : public ::testing::Test
   protected:
     DailyLog()
     {
-        setenv("TZ", "Asia/Tokyo", 1);
-        tzset();
+        set_zone("Asia/Tokyo");
         faults.now = 1794701640; /* 2026-11-15 09:14:00 in Tokyo */
         faults.nanoseconds = 7000000;
     }

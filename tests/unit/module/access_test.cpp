@@ -6,6 +6,7 @@
 #include <time.h>
 
 #include "tests/support/fault_os.h"
+#include "tests/support/local_time.h"
 
 static std::string cleaned(const std::string &in)
 {
@@ -26,8 +27,7 @@ TEST(AddressCheck, ReplacesSlashesAndControlsAndLowersASCIICapitals)
 
 TEST(ReceiveTime, IsLocalWithTheFullYearFirst)
 {
-    setenv("TZ", "Asia/Tokyo", 1);
-    tzset();
+    set_zone("Asia/Tokyo");
     FaultOs faults;
     faults.now = 1794701640;
     char text[32];

@@ -3,13 +3,12 @@
 #ifndef TESTS_UNIT_STORE_CONFIRM_TEST_H
 #define TESTS_UNIT_STORE_CONFIRM_TEST_H
 
-#include <stdlib.h>
 #include <string.h>
-#include <time.h>
 
 #include <string>
 
 #include "store/confirm.h"
+#include "tests/support/local_time.h"
 #include "tests/unit/store/control_fault.h"
 #include "tests/unit/store/store_test.h"
 
@@ -20,22 +19,10 @@ class Confirm : public StoreTest
   protected:
     Confirm()
     {
-        setenv("TZ", "Asia/Tokyo", 1);
-        tzset();
+        set_zone("Asia/Tokyo");
         list.job()->settings.confirmation = 3;
     }
 
-    static time_t at(int year, int month, int day, int hour, int minute, int second = 0)
-    {
-        struct tm local = {};
-        local.tm_year = year - 1900;
-        local.tm_mon = month - 1;
-        local.tm_mday = day;
-        local.tm_hour = hour;
-        local.tm_min = minute;
-        local.tm_sec = second;
-        return mktime(&local);
-    }
     int add(const std::string &address) { return add_cnfrmdb(list.job(), address.c_str(), id); }
     std::string find(const std::string &address)
     {

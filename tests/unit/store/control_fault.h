@@ -78,17 +78,38 @@ inline bool operator==(const ControlState &left, const ControlState &right)
     return left.files == right.files;
 }
 
+inline ControlState state_of(const TempList &list, const std::vector<std::string> &names)
+{
+    ControlState state;
+    for (const std::string &name : names)
+        state.files.emplace_back(name, list.get(name));
+    return state;
+}
+
 /* The named files after recovery, which must leave nothing beside them. */
 inline ControlState recovered(const TempList &list, const std::vector<std::string> &names)
 {
-    ControlState state;
     for (const std::string &name : names) {
         EXPECT_EQ(0, f_recover(list.control(name).c_str())) << name;
         EXPECT_FALSE(exists(list.control(name + ".new"))) << name;
-        state.files.emplace_back(name, list.get(name));
     }
-    return state;
+    return state_of(list, names);
 }
+
+/* What an undisturbed run on a fresh list finds and leaves. */
+struct BeforeAndAfter {
+    BeforeAndAfter(const std::vector<std::string> &names,
+                   const std::function<void(TempList &)> &prepare,
+                   const std::function<int(TempList &)> &run)
+    {
+        TempList list;
+        prepare(list);
+        before = state_of(list, names);
+        EXPECT_GE(run(list), 0);
+        after = state_of(list, names);
+    }
+    ControlState before, after;
+};
 
 inline void expect_old_or_new(const ControlState &found, const ControlState &before,
                               const ControlState &after, int nth)
@@ -108,16 +129,7 @@ inline void survive_every_change(const std::vector<std::string> &names,
                                  const std::function<int(TempList &)> &run)
 {
     WithoutSync quick; /* the process dies, not the machine */
-    ControlState before, after;
-    {
-        TempList list;
-        prepare(list);
-        for (const std::string &name : names)
-            before.files.emplace_back(name, list.get(name));
-        ASSERT_GE(run(list), 0);
-        for (const std::string &name : names)
-            after.files.emplace_back(name, list.get(name));
-    }
+    const auto [before, after] = BeforeAndAfter(names, prepare, run);
     int disturbed_runs = 0;
     for (const int error : {ENOSPC, EIO, -1}) {
         std::unique_ptr<TempList> list;
@@ -144,16 +156,7 @@ inline void survive_full_disk(const std::vector<std::string> &names,
                               const std::function<int(TempList &)> &run)
 {
     WithoutSync quick; /* the process dies, not the machine */
-    ControlState before, after;
-    {
-        TempList list;
-        prepare(list);
-        for (const std::string &name : names)
-            before.files.emplace_back(name, list.get(name));
-        ASSERT_GE(run(list), 0);
-        for (const std::string &name : names)
-            after.files.emplace_back(name, list.get(name));
-    }
+    const auto [before, after] = BeforeAndAfter(names, prepare, run);
     bool was_full = true;
     for (int writes = 0; was_full; ++writes) {
         TempList list;

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <functional>
+#include <span>
 #include <thread>
 
 #include "tests/support/lock_waiter.h"
@@ -91,6 +93,25 @@ struct ConfirmFault {
     const char *log; /* the operation's own line */
 };
 
+/* Runs the operation with each fault: it fails, says so, and the entries are as they were. */
+static void expect_texts(TempList &list, std::span<const ConfirmFault> rows,
+                         const std::string &before, const std::function<int()> &operation)
+{
+    for (const ConfirmFault &row : rows) {
+        SCOPED_TRACE(row.log);
+        list.put("confirm", before);
+        take_log();
+        {
+            FaultOs fault;
+            fault.before = fail_call(row.call, row.ending, row.turn, row.error);
+            EXPECT_EQ(-1, operation());
+        }
+        const std::vector<std::string> lines = log_of(list);
+        EXPECT_TRUE(has_line(lines, row.log)) << joined(lines);
+        EXPECT_EQ(before, list.get("confirm"));
+    }
+}
+
 TEST_F(Confirm, EveryFailureOfAddingHasItsText)
 {
     static const ConfirmFault rows[] = {
@@ -113,18 +134,8 @@ TEST_F(Confirm, EveryFailureOfAddingHasItsText)
     };
     const std::string before = "a@x 9999/00/01:00:00 AAAAAAAAAAAAAAAA\r\n";
     for (const ConfirmFault &row : rows) {
-        SCOPED_TRACE(row.log);
-        list.put("confirm", before);
-        take_log();
-        {
-            FaultOs fault;
-            fault.before = fail_call(row.call, row.ending, row.turn, row.error);
-            EXPECT_EQ(-1, add("b@x"));
-        }
-        const std::vector<std::string> lines = log_of(list);
-        EXPECT_TRUE(has_line(lines, row.log)) << joined(lines);
+        expect_texts(list, {&row, 1}, before, [&] { return add("b@x"); });
         EXPECT_EQ("AAAAAAAAAAAAAAAA", find("a@x"));
-        EXPECT_EQ(before, list.get("confirm"));
         EXPECT_EQ(0, add("b@x")) << "the next one starts afresh";
         EXPECT_EQ(id, find("b@x"));
     }
@@ -141,7 +152,7 @@ TEST_F(Confirm, ADateBeyondTheCalendarFailsToAdd)
               log_of(list));
     list.job()->settings.confirmation = 3;
     EXPECT_EQ(-1, add("a@x")) << "the sum is too large";
-    clock.now = at(2026, 11, 15, 9, 24);
+    clock.now = local_time_of(2026, 11, 15, 9, 24);
     list.job()->settings.confirmation = INT32_MAX;
     EXPECT_EQ(0, add("a@x"));
     EXPECT_EQ(id, find("a@x"));
@@ -189,20 +200,8 @@ TEST_F(Confirm, EveryFailureOfCleaningHasItsText)
          "1/273 mlname=mylist cln_cnfrmdb renew error Read-only file system [CTL/confirm]"},
     };
     const std::string before = "a@x 9999/00/01:00:00 AAAAAAAAAAAAAAAA\r\nb@x old\r\n";
-    for (const ConfirmFault &row : rows) {
-        SCOPED_TRACE(row.log);
-        list.put("confirm", before);
-        take_log();
-        {
-            FaultOs fault;
-            fault.before = fail_call(row.call, row.ending, row.turn, row.error);
-            EXPECT_EQ(-1, cln_cnfrmdb(list.job()));
-        }
-        const std::vector<std::string> lines = log_of(list);
-        EXPECT_TRUE(has_line(lines, row.log)) << joined(lines);
-        EXPECT_EQ("AAAAAAAAAAAAAAAA", find("a@x"));
-        EXPECT_EQ(before, list.get("confirm"));
-    }
+    expect_texts(list, rows, before, [&] { return cln_cnfrmdb(list.job()); });
+    EXPECT_EQ("AAAAAAAAAAAAAAAA", find("a@x"));
 }
 
 TEST_F(Confirm, AddingRunsNoRecovery)

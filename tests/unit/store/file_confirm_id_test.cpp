@@ -1,4 +1,5 @@
 /* Confirmation ids, and the expiry test by itself. */
+#include "tests/support/local_time.h"
 #include "tests/unit/store/confirm_test.h"
 
 /* -- the expiry test by itself -- */
@@ -108,8 +109,7 @@ TEST(ConfirmId, ALeapSecondHasAnIdToo)
     ASSERT_EQ(60, leap.tm_sec);
     char buffer[CONFIRM_ID_SIZE];
     EXPECT_EQ(id_of_second(60), mkcnfrm(buffer));
-    setenv("TZ", "Asia/Tokyo", 1);
-    tzset();
+    set_zone("Asia/Tokyo");
 }
 
 TEST(ConfirmId, LeavesTheHostsGeneratorAlone)

@@ -6,10 +6,10 @@
 TEST_F(Confirm, AnEntryCarriesItsExpiryInTheCalendarsOwnFields)
 {
     FaultOs clock;
-    clock.now = at(2026, 11, 15, 9, 24, 59);
+    clock.now = local_time_of(2026, 11, 15, 9, 24, 59);
     EXPECT_EQ(0, add("carol@example.com"));
     EXPECT_EQ("carol@example.com 0126/10/18:09:24 0123456789ABCDEF\r\n", list.get("confirm"));
-    clock.now = at(2026, 12, 31, 23, 59);
+    clock.now = local_time_of(2026, 12, 31, 23, 59);
     list.job()->settings.confirmation = 1;
     EXPECT_EQ(0, add("dora@example.com"));
     EXPECT_EQ("carol@example.com 0126/10/18:09:24 0123456789ABCDEF\r\n"
@@ -20,13 +20,13 @@ TEST_F(Confirm, AnEntryCarriesItsExpiryInTheCalendarsOwnFields)
 TEST_F(Confirm, AnEntryIsGoodThroughItsExpiryMinute)
 {
     FaultOs clock;
-    clock.now = at(2026, 11, 15, 9, 24);
+    clock.now = local_time_of(2026, 11, 15, 9, 24);
     ASSERT_EQ(0, add("carol@example.com"));
-    clock.now = at(2026, 11, 18, 9, 24, 59);
+    clock.now = local_time_of(2026, 11, 18, 9, 24, 59);
     EXPECT_EQ(id, find("carol@example.com"));
     EXPECT_EQ(0, cln_cnfrmdb(list.job()));
     EXPECT_NE("", list.get("confirm"));
-    clock.now = at(2026, 11, 18, 9, 25);
+    clock.now = local_time_of(2026, 11, 18, 9, 25);
     EXPECT_EQ("", find("carol@example.com"));
     EXPECT_EQ(0, cln_cnfrmdb(list.job()));
     EXPECT_EQ("", list.get("confirm"));
@@ -45,7 +45,7 @@ TEST_F(Confirm, AddressesAreFoundInAnyCaseAndWhole)
 TEST_F(Confirm, AnExpiredEntryIsPassedOverForALaterOne)
 {
     FaultOs clock;
-    clock.now = at(2026, 11, 15, 9, 24);
+    clock.now = local_time_of(2026, 11, 15, 9, 24);
     list.put("confirm", "a@x 0126/10/15:09:23 AAAAAAAAAAAAAAAA\r\n"
                         "a@x\r\n"
                         "b@x 0126/10/15:09:25 BBBBBBBBBBBBBBBB\r\n"
