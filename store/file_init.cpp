@@ -4,6 +4,8 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <iterator>
+
 #include "module/unix_sv.h"
 #include "store/file.h"
 #include "store/ntio.h"
@@ -49,11 +51,17 @@ static void store_commands(ParsedSettings *parsed, char *value, char **rest)
 /* -- keys -- */
 
 struct SettingKey {
+    template <size_t Size>
+    constexpr SettingKey(const char (&word)[Size], StoreValue to)
+        : key(word), length(Size - 1), store(to)
+    {
+    }
     const char *key;
+    size_t length;
     StoreValue store;
 };
 
-/* In the order in which a line is tested. */
+/* In the order in which a line is tested.  Each ends in the only equal sign that it has. */
 static const SettingKey setting_keys[] = {
     {"cmd=", store_commands},
     {"subject=", store_text<&ParsedSettings::subject>},
@@ -72,17 +80,28 @@ static const SettingKey setting_keys[] = {
     {"webpasswd=", store_text<&ParsedSettings::web_password>},
 };
 
+/* Whether the key ends behind the text's equal sign. */
+static bool ends_key(const SettingKey &row, const char *text, const char *equal)
+{
+    if (static_cast<size_t>(equal + 1 - text) < row.length) return false;
+    const char *start = equal + 1 - row.length;
+    return *start == *row.key && memcmp(start, row.key, row.length) == 0;
+}
+
+/* KEPT: a key counts wherever it stands in the line, but its value is always taken as far from the
+   line's start as the key is long.
+   Test: ReadMlinit.AKeyInsideALineTakesItsValueFromTheWrongPlace */
 static void parse_piece(ParsedSettings *parsed, char *piece, char **rest)
 {
     chop(piece);
-    for (const SettingKey &row : setting_keys) {
-        /* KEPT: a key counts wherever it stands in the line, but its value is always taken as far
-           from the line's start as the key is long.
-           Test: ReadMlinit.AKeyInsideALineTakesItsValueFromTheWrongPlace */
-        if (findstr(piece, row.key) == nullptr) continue;
-        row.store(parsed, piece + strlen(row.key), rest);
-        return;
+    const SettingKey *const none = std::end(setting_keys), *found = none;
+    for (const char *equal = strchr(piece, '='); equal != nullptr; equal = strchr(equal + 1, '=')) {
+        const SettingKey *row = setting_keys;
+        while (row < found && !ends_key(*row, piece, equal))
+            ++row;
+        found = row;
     }
+    if (found != none) found->store(parsed, piece + found->length, rest);
 }
 
 static void parse_line(ParsedSettings *parsed, char *line)
