@@ -18,6 +18,20 @@ static bool begins_argument(char c)
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
+/* What stands behind the number sign of a command line; null when the line is none. */
+static const char *command_text(const char *line)
+{
+    line = skip_space_tab(line);
+    if (*line != '#') return nullptr;
+    line = skip_space_tab(line + 1);
+    return *line == '\r' || *line == '\n' ? nullptr : line;
+}
+
+bool is_command(const char *line)
+{
+    return command_text(line) != nullptr;
+}
+
 /* Whether the sender is the list's owner or the mail system, who alone may push. */
 static bool may_push(const DeliveryJob *job)
 {
@@ -91,11 +105,8 @@ int command_proc(const char *line, DeliveryJob *job)
     static const FailText inactive(1, 94, "mlname=%s Inactive Command Fail");
     static const FailText denied(1, 96, "mlname=%s Denied Command Fail");
 
-    line = skip_space_tab(line);
-    if (*line != '#') return 1;
-    line = skip_space_tab(line + 1);
-    if (*line == '\r' || *line == '\n') return 1;
-
+    line = command_text(line);
+    if (line == nullptr) return 1;
     const char *text = nullptr;
     const int number = find_command(job, line, &text);
     job->flags |= JOB_COMMAND_SEEN;

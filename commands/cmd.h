@@ -17,6 +17,9 @@ extern const char *const g_str_cmd[];
 /* The word of a command number, "" for any other kind. */
 const char *command_word(int kind);
 
+/* Whether the line is a command, be it one that nobody knows. */
+bool is_command(const char *line);
+
 /* One body line of a command mail, its line end included.  1 the line was dealt with, -1 a failure
    that ends the delivery. */
 int command_proc(const char *line, DeliveryJob *job);

@@ -96,7 +96,7 @@ static Verdict handle_command_line(Run *run)
         return Verdict::fail;
     }
     const int done = command_proc(run->line, job);
-    if (*skip_space_tab(run->line) == '#') run->member_known = -1;
+    if (is_command(run->line)) run->member_known = -1;
     if (done < 0) {
         trace_sys(&g_logh, 1, 398, "mlname=%s command procedure fail", job->list_name);
         put_outcome(523, job->list_name, job->thread_id);

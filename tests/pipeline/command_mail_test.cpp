@@ -2,7 +2,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "tests/pipeline/pipeline.h"
+#include "tests/support/fault_os.h"
 
 class CommandMail : public PipelineTest
 {
@@ -131,6 +134,22 @@ TEST_F(CommandMail, ThousandsOfLinesWithoutCommandsReadTheRosterOnce)
     for (const LogLine &line : take_log())
         looked_up += line.msgno == 396;
     EXPECT_EQ(20000, looked_up) << "the log shows every line's status all the same";
+}
+
+/* Whatever was carried out may have changed the roster; a number sign with nothing behind it is no
+   command. */
+TEST_F(CommandMail, TheRosterIsReadAgainOnlyBehindACommand)
+{
+    const auto reads_of_roster = [this](const std::vector<std::string> &lines) {
+        FaultOs calls;
+        EXPECT_EQ(0, send("alice@example.net", lines));
+        return std::count(calls.calls.begin(), calls.calls.end(), "open " + path("member"));
+    };
+    const auto once = reads_of_roster({"x"});
+    EXPECT_LT(0, once);
+    EXPECT_EQ(once, reads_of_roster({"x", "#", "#  ", " #\t", "x"}));
+    EXPECT_EQ(once + 1, reads_of_roster({"x", "# nobodyknows", "x", "x"}));
+    EXPECT_EQ(once + 2, reads_of_roster({"#nobodyknows", "# nor this", "x"}));
 }
 
 TEST_F(CommandMail, AnOversizeCommandMailSaysSoAndIsCarriedOut)
