@@ -20,16 +20,20 @@ static const RewriteTexts access_texts = {
 
 /* -- entries -- */
 
+static bool is_blank_or_line_end(char c)
+{
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
 /* An entry as the look-ups see it: the line without the blanks around it; "" for an empty line. */
 static void read_entry(const LineView &line, char *entry_out)
 {
-    char text[VIEW_LINE_SIZE];
-    copy_view(text, line);
-    size_t begin = strspn(text, " \t");
-    size_t end = strlen(text);
-    while (end > begin && strchr(" \t\r\n", text[end - 1]) != nullptr)
+    size_t begin = 0, end = line.size;
+    while (begin < end && is_blank(static_cast<unsigned char>(line.text[begin])))
+        ++begin;
+    while (end > begin && is_blank_or_line_end(line.text[end - 1]))
         --end;
-    memcpy(entry_out, text + begin, end - begin);
+    memcpy(entry_out, line.text + begin, end - begin);
     entry_out[end - begin] = '\0';
 }
 
