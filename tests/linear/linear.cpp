@@ -46,7 +46,6 @@ static Counted count(const Worst &input, const Run &run, size_t wanted)
     std::string text = input.make(wanted);
     const size_t size = text.size();
     const Counted counted = {size, steps_of([&] { run(text); })};
-    (void)take_log();
     if (getenv("LINEAR_SHOW") != nullptr)
         fprintf(stderr, "%-48s %10zu %12.2f steps a byte\n", input.label, size, counted.each());
     return counted;
@@ -55,7 +54,8 @@ static Counted count(const Worst &input, const Run &run, size_t wanted)
 /* Whether it goes on from the one to the other as it should. */
 static bool grows_as_it_should(const Worst &input, const Counted &former, const Counted &counted)
 {
-    if (counted.each() > 1.2 * former.each()) {
+    const double growth = former.size < 64 * KIB ? 1.5 : 1.2;
+    if (counted.each() > growth * former.each()) {
         ADD_FAILURE() << input.label << ": " << former.each() << " steps for each of "
                       << former.size << " bytes, " << counted.each() << " for each of "
                       << counted.size;
@@ -69,26 +69,25 @@ static bool grows_as_it_should(const Worst &input, const Counted &former, const 
     return true;
 }
 
-void demand_linear(const std::vector<Worst> &inputs, const Run &run, size_t largest)
+void demand_linear(const std::vector<Worst> &inputs, const Run &run, size_t usual)
 {
     const bool all = getenv("LINEAR_ALL") != nullptr;
+    log_collected = false; /* a line of log for each of millions */
     const Worst *dearest = nullptr;
     Counted most = {1, 0};
     for (const Worst &input : inputs) {
         Counted former = count(input, run, KIB);
-        bool good = true;
-        for (const size_t size : {64 * KIB, all ? largest : std::min(MIB, largest)}) {
+        for (const size_t size : {64 * KIB, MIB, 64 * MIB}) {
+            if (size == 64 * MIB && !all) break;
             const Counted counted = count(input, run, size);
-            good = good && grows_as_it_should(input, former, counted);
+            if (!grows_as_it_should(input, former, counted)) return; /* it might take hours */
             former = counted;
-            if (!good) return; /* it might take hours */
         }
         if (dearest != nullptr && former.each() <= most.each()) continue;
         dearest = &input;
         most = former;
     }
-    if (!all && largest > MIB)
-        (void)grows_as_it_should(*dearest, most, count(*dearest, run, largest));
+    if (!all && usual > MIB) (void)grows_as_it_should(*dearest, most, count(*dearest, run, usual));
 }
 
 MemoryFile::MemoryFile(const std::string &text) : fd_(memfd_create("linear", MFD_CLOEXEC))

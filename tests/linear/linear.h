@@ -27,11 +27,12 @@ struct Worst {
 
 using Run = std::function<void(std::string &text)>;
 
-/* Runs it on 1 KiB, 64 KiB and 1 MiB of each input, and on the largest size of the one that took
-   most steps a byte (of each when LINEAR_ALL is set): from one size to the next, steps for each
-   byte may grow by a fifth.  What takes all of the input must show a step for every eight bytes, or
-   nothing was counted.  LINEAR_SHOW prints what was counted. */
-void demand_linear(const std::vector<Worst> &inputs, const Run &run, size_t largest = 64 * MIB);
+/* Runs it on 1 KiB, 64 KiB and 1 MiB of each input, and on 64 MiB of the one that took most steps
+   a byte, or on as much as is usual (on 64 MiB of each when LINEAR_ALL is set).  From one size to
+   the next, steps for each byte may grow by a fifth; by a half up to 64 KiB, where the areas of
+   4,096 bytes are full for the first time.  What takes all of the input must show a step for every
+   eight bytes, or nothing was counted.  LINEAR_SHOW prints what was counted. */
+void demand_linear(const std::vector<Worst> &inputs, const Run &run, size_t usual = 64 * MIB);
 
 /* A descriptor of a file in memory that holds the text, while it lives. */
 class MemoryFile

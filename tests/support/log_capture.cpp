@@ -10,12 +10,14 @@
 #include "mlog.h"
 
 int32_t service_log_level = -1;
+bool log_collected = true;
 
 static std::mutex log_mutex;
 static std::vector<LogLine> log_lines;
 
 static int keep(bool system, int level, int msgno, const char *text)
 {
+    if (!log_collected) return 0;
     const int saved = errno;
     {
         const std::lock_guard<std::mutex> lock(log_mutex);

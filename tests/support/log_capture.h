@@ -18,6 +18,9 @@ struct LogLine {
 /* The log level that the service configuration has; -1 none. */
 extern int32_t service_log_level;
 
+/* Whether lines are collected, as they are unless told otherwise. */
+extern bool log_collected;
+
 /* Takes all lines collected so far out of the store. */
 std::vector<LogLine> take_log();
 
