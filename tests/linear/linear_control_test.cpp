@@ -85,18 +85,15 @@ TEST_F(LinearControl, RosterIsChanged)
 
 TEST_F(LinearControl, RosterIsChangedForMany)
 {
-    demand(
-        "member",
-        [](DeliveryJob *job) {
-            const char *const two[] = {nobody.c_str(), "alice@example.net"};
-            const RosterSet set(two, 2);
-            int state[] = {0, 0};
-            (void)get_members(job, set, state);
-            (void)add_mlmbrs(job, set, state);
-            (void)chg_mlmbrs(job, set, MEMBER_OFF, state);
-            (void)del_mlmbrs(job, set);
-        },
-        2 * MIB);
+    demand("member", [](DeliveryJob *job) {
+        const char *const two[] = {nobody.c_str(), "alice@example.net"};
+        const RosterSet set(two, 2);
+        int state[] = {0, 0};
+        (void)get_members(job, set, state);
+        (void)add_mlmbrs(job, set, state);
+        (void)chg_mlmbrs(job, set, MEMBER_OFF, state);
+        (void)del_mlmbrs(job, set);
+    });
 }
 
 TEST_F(LinearControl, AccessLists)

@@ -1,5 +1,6 @@
 /* Structure of messages, header fields, addresses, parameters, and what FETCH is asked for. */
 #include <gtest/gtest.h>
+#include <string.h>
 
 #include "archive/fetch.h"
 #include "tests/linear/linear.h"
@@ -110,30 +111,60 @@ TEST(LinearMime, Strings)
 static const std::string mail =
     crlf("Subject: s\nContent-Type: multipart/mixed; boundary=b\n\n--b\n\nx\n--b--\n");
 
+/* A list of names of so many letters, no two alike as long as there are others. */
+static Make different_names(size_t letters)
+{
+    return [letters](size_t size) {
+        std::string text = "BODY.PEEK[HEADER.FIELDS (";
+        text.reserve(size + letters + 3);
+        for (uint32_t number = 0; text.size() < size; ++number) {
+            uint32_t rest = number * 2654435761u; /* scattered over all there are */
+            for (size_t i = 0; i < letters; ++i, rest /= 26)
+                text += static_cast<char>('a' + rest % 26);
+            text += ' ';
+        }
+        return text + ")]";
+    };
+}
+
+/* Names of one byte each, of every value that a name can have. */
+static std::string names_of_a_byte()
+{
+    std::string text;
+    for (int byte = 1; byte < 256; ++byte)
+        if (strchr(" )\"\\", byte) == nullptr)
+            text += std::string(1, static_cast<char>(byte)) + " ";
+    return text;
+}
+
 TEST(LinearFetch, Items)
 {
     const Discard discard;
     Reader reader(mail);
-    demand_linear({{"an unknown item", repeated("X")},
-                   {"digits", repeated("BODY.PEEK[", "1", "]")},
-                   {"parts of parts", repeated("BODY.PEEK[", "1.", "]"),
-                    "leaves the tree at its second step"},
-                   {"zeros", repeated("BODY.PEEK[", "0", "]")},
-                   {"dots", repeated("BODY.PEEK[", ".", "]"), "a dot behind no number ends it"},
-                   {"brackets", repeated("BODY.PEEK[", "]", "")},
-                   {"slices", repeated("BODY.PEEK[", "]<", ""), "the first counts"},
-                   {"digits of a slice of a part", repeated("BODY.PEEK[1]<1.", "1", ">")},
-                   {"a slice of digits", repeated("BODY.PEEK[]<", "1", ".1>")},
-                   {"names", repeated("BODY.PEEK[HEADER.FIELDS (", "A ", ")]")},
-                   {"one name", repeated("BODY.PEEK[HEADER.FIELDS (", "A", ")]")},
-                   {"quotes", repeated("BODY.PEEK[HEADER.FIELDS (", "\"", ")]")},
-                   {"blanks", repeated("BODY.PEEK[HEADER.FIELDS (", " ", ")]")},
-                   {"a list without end", repeated("BODY.PEEK[HEADER.FIELDS (", "A ", "")},
-                   {"names to leave out", repeated("BODY.PEEK[HEADER.FIELDS.NOT (", "A ", ")]")}},
-                  [&](std::string &text) {
-                      char *items[] = {text.data(), nullptr};
-                      mlmbx_fetch(reader.handle(), 1, items);
-                  });
+    demand_linear(
+        {{"an unknown item", repeated("X")},
+         {"digits", repeated("BODY.PEEK[", "1", "]")},
+         {"parts of parts", repeated("BODY.PEEK[", "1.", "]"),
+          "leaves the tree at its second step"},
+         {"zeros", repeated("BODY.PEEK[", "0", "]")},
+         {"dots", repeated("BODY.PEEK[", ".", "]"), "a dot behind no number ends it"},
+         {"brackets", repeated("BODY.PEEK[", "]", "")},
+         {"slices", repeated("BODY.PEEK[", "]<", ""), "the first counts"},
+         {"digits of a slice of a part", repeated("BODY.PEEK[1]<1.", "1", ">")},
+         {"a slice of digits", repeated("BODY.PEEK[]<", "1", ".1>")},
+         {"names", repeated("BODY.PEEK[HEADER.FIELDS (", "A ", ")]")},
+         {"names that differ", different_names(4)},
+         {"long names that differ", different_names(12)},
+         {"names of every byte", repeated("BODY.PEEK[HEADER.FIELDS (", names_of_a_byte(), ")]")},
+         {"one name", repeated("BODY.PEEK[HEADER.FIELDS (", "A", ")]")},
+         {"quotes", repeated("BODY.PEEK[HEADER.FIELDS (", "\"", ")]")},
+         {"blanks", repeated("BODY.PEEK[HEADER.FIELDS (", " ", ")]")},
+         {"a list without end", repeated("BODY.PEEK[HEADER.FIELDS (", "A ", "")},
+         {"names to leave out", repeated("BODY.PEEK[HEADER.FIELDS.NOT (", "A ", ")]")}},
+        [&](std::string &text) {
+            char *items[] = {text.data(), nullptr};
+            mlmbx_fetch(reader.handle(), 1, items);
+        });
 }
 
 TEST(LinearFetch, HeaderFieldsOfALongHeader)

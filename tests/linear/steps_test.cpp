@@ -1,9 +1,12 @@
 /* The counting counts. */
 #include "tests/linear/steps.h"
 
+#include <gtest/gtest-spi.h>
 #include <gtest/gtest.h>
 
 #include <string>
+
+#include "tests/linear/linear.h"
 
 static void demand_caught(int (*parser)(const char *))
 {
@@ -34,4 +37,15 @@ TEST(Steps, AreTheSameEveryTime)
     const std::string text(1000, 'y');
     const auto work = [&] { quadratic_by_library(text.c_str()); };
     EXPECT_EQ(steps_of(work), steps_of(work));
+}
+
+TEST(Steps, ThatGrowFasterThanTheInputFailATest)
+{
+    EXPECT_NONFATAL_FAILURE(
+        demand_linear({{"a quadratic parser", repeated("y")}},
+                      [](std::string &text) { quadratic_by_library(text.c_str()); }),
+        "a quadratic parser");
+    EXPECT_NONFATAL_FAILURE(
+        demand_linear({{"a parser that is not counted", repeated("y")}}, [](std::string &) {}),
+        "are not all");
 }
