@@ -105,27 +105,30 @@ bool derive(const ModuleLibrary &module, const ListAddress &list, ListSession *s
 }
 
 /* Whether mail may be delivered; a file that cannot be recovered the module refuses itself. */
-bool check_list(const ModuleLibrary &module, const Settings &settings, const ListAddress &list)
+bool check_list(const ModuleHost &host, const ListAddress &list)
 {
-    const SessionHandle session = open_session(module, list);
+    const SessionHandle session = open_session(host.module, list);
     if (session == nullptr) return false;
-    const std::string directory = control_path(settings, list.list, list.domain);
+    const std::string directory = control_path(host.settings, list.list, list.domain);
     for (const char *name : rewritten_files)
-        if (module.recover((directory + "/" + name).c_str()) != 0)
+        if (host.module.recover((directory + "/" + name).c_str()) != 0) {
+            host.placeholders.restore(); /* the next file's failure may close the same number */
             log_error(LOG_LIST_UNUSABLE, list.name() + ": \"" + name + "\" cannot be recovered");
-    bool in_order = derive(module, list, session.get(), "active");
-    in_order &= derive(module, list, session.get(), "digest");
+        }
+    bool in_order = derive(host.module, list, session.get(), "active");
+    in_order &= derive(host.module, list, session.get(), "digest");
     remove_stale(directory);
     report_undistributed(list, directory + "/jnl");
     return in_order;
 }
 
 /* Takes the lock only where there is something to remove. */
-void tidy_list(const ModuleLibrary &module, const Settings &settings, const ListAddress &list)
+void tidy_list(const ModuleHost &host, const ListAddress &list)
 {
-    const std::string directory = control_path(settings, list.list, list.domain);
+    const std::string directory = control_path(host.settings, list.list, list.domain);
     if (stale_work_files(directory).empty()) return;
-    const SessionHandle session = open_session(module, list);
+    const SessionHandle session = open_session(host.module, list); /* reads the settings */
+    host.placeholders.restore();
     if (session != nullptr) remove_stale(directory);
 }
 
@@ -143,7 +146,7 @@ bool CheckedLists::in_order(const ListAddress &list)
         const std::lock_guard lock(mutex_);
         if (in_order_.contains(list.name())) return true;
     }
-    const bool well = check_list(host_.module, host_.settings, list);
+    const bool well = check_list(host_, list);
     host_.placeholders.restore();
     if (!well) return false;
     const std::lock_guard lock(mutex_);
@@ -182,8 +185,7 @@ void Housekeeper::run()
     while (!ending_.wait_for(lock, TIDY_PAUSE, [this] { return end_; })) {
         lock.unlock();
         for (const ListAddress &list : all_lists(host_.settings))
-            tidy_list(host_.module, host_.settings, list);
-        host_.placeholders.restore();
+            tidy_list(host_, list);
         lock.lock();
     }
 }

@@ -29,7 +29,7 @@ bool placeholder_is_open()
 struct Module {
     bool closes_in_check = false, closes_in_delivery = false, derives = true;
     int checks = 0, deliveries = 0;
-    bool open_at_delivery = false;
+    bool open_at_checks = true, open_at_delivery = false;
 } module_does;
 
 int some_session;
@@ -43,8 +43,10 @@ const ModuleLibrary small_module = [] {
     };
     module.session_close = [](ListSession *) {};
     module.recover = [](const char *) {
-        if (module_does.closes_in_check) close_placeholder();
-        return 0;
+        module_does.open_at_checks &= placeholder_is_open();
+        if (!module_does.closes_in_check) return 0;
+        close_placeholder();
+        return -1;
     };
     module.derive = [](ListSession *, const char *) {
         errno = EIO;
@@ -96,6 +98,7 @@ TEST_F(CheckedListsTest, APlaceholderThatACheckClosedIsBackBeforeTheModuleRuns)
     EXPECT_EQ(250, deliver());
     EXPECT_EQ(1, module_does.checks);
     EXPECT_EQ(1, module_does.deliveries);
+    EXPECT_TRUE(module_does.open_at_checks) << "of the next file";
     EXPECT_TRUE(module_does.open_at_delivery);
 }
 
