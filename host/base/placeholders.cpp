@@ -3,10 +3,6 @@
 #include <array>
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/stat.h>
-
-static constexpr mode_t LIST_FILE_MASK = 017;
 
 int moved_above(int fd)
 {
@@ -44,8 +40,6 @@ static void take_number(int null, int number)
 
 Result<Placeholders> Placeholders::take()
 {
-    umask(LIST_FILE_MASK);
-    signal(SIGPIPE, SIG_IGN);
     Fd low(open("/dev/null", O_RDWR | O_CLOEXEC));
     if (!low) return system_error("/dev/null");
     Placeholders placeholders;

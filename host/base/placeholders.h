@@ -19,8 +19,7 @@ class Placeholders
   public:
     /* Takes every free number up to LAST_PLACEHOLDER.  For the start of a process, before it has
        opened anything: what is open already on 0 to 2 stays, and so does what stands on other
-       numbers (see moved_above()).  Also sets the file-creation mask to 017, that of the lists'
-       files, and ignores SIGPIPE. */
+       numbers (see moved_above()). */
     static Result<Placeholders> take();
 
     /* Takes numbers back that have been closed since; one system call when none has.  Never touches

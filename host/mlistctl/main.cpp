@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "host/base/placeholders.h"
+#include "host/base/program.h"
 #include "host/mlistctl/environment.h"
 #include "host/mlistctl/verbs.h"
 
@@ -140,6 +141,7 @@ int run_verb(const Verb &verb, const Arguments &arguments, Output &output)
 
 int main(int argc, char **argv)
 {
+    begin_program();
     auto placeholders = Placeholders::take(); /* before anything else is opened */
 
     CLI::App app("Looks after the lists of mlistd.", "mlistctl");

@@ -6,6 +6,7 @@
 #include <sysexits.h>
 
 #include "host/base/digest_files.h"
+#include "host/base/program.h"
 #include "host/mlistd/digest/clock.h"
 #include "host/mlistd/digest/lists.h"
 #include "host/mlistd/edge.h"
@@ -225,6 +226,7 @@ int run(int argc, char **argv)
     case Options::Action::serve:
         break;
     }
+    begin_program();
     const Placeholders placeholders = require(Placeholders::take(), EX_OSERR);
     return serve(load_settings(options), placeholders);
 }

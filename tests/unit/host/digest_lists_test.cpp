@@ -128,9 +128,7 @@ TEST_F(DigestListsTest, AListThatIsHeldIsBusyAndNotWaitedFor)
 TEST_F(DigestListsTest, APlaceholderThatReadingTheSettingsClosedIsPutBack)
 {
     const ListAddress list = make_list("one");
-    const mode_t mask = umask(022);
     placeholders = std::move(*Placeholders::take());
-    umask(mask);
     module.read_settings = [](const char *, const char *, ListSettings *) {
         close(LAST_PLACEHOLDER);
         return 0;

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "host/mlistd/edge.h"
@@ -70,9 +69,7 @@ class CheckedListsTest : public testing::Test
         settings.control_root = scratch.path("control");
         scratch.write("control/d/one/init", "");
         module_does = Module();
-        const mode_t mask = umask(022);
         placeholders = std::move(*Placeholders::take());
-        umask(mask);
     }
 
     int deliver()
