@@ -86,6 +86,33 @@ TEST_F(OutboxTest, EverythingIsSyncedBeforeTheAnswer)
     }
 }
 
+/* What is not on the disk for certain has not been delivered, though it may lie there. */
+TEST_F(OutboxTest, NobodyIsDoneWhenASyncFails)
+{
+    for (const size_t count : {2, 17}) {
+        Strings recipients;
+        for (size_t i = 0; i < count; i++)
+            recipients.push_back("u" + std::to_string(i) + "@x");
+        const auto deliver_failing_at = [&](size_t nth, bool *usable_out) {
+            std::filesystem::remove_all(scratch_.path("outbox"));
+            const Control control(Harm::fail, static_cast<int>(nth), EIO);
+            return deliver(recipients, usable_out);
+        };
+        (void)deliver_failing_at(1000, nullptr);
+        const Strings calls = queue_test::journal;
+        size_t syncs = 0;
+        for (size_t nth = 1; nth <= calls.size(); nth++) {
+            const std::string &call = calls[nth - 1];
+            if (!call.starts_with("fsync") && !call.starts_with("syncfs")) continue;
+            bool usable = true;
+            EXPECT_EQ(std::string(count, 'l'), deliver_failing_at(nth, &usable)) << call;
+            EXPECT_FALSE(usable) << call;
+            syncs++;
+        }
+        EXPECT_EQ(count > 16 ? 4u : 9u, syncs); /* two new directories, the mail, the mailboxes */
+    }
+}
+
 /* A mailbox that was made for the mail has four new names, in three directories. */
 TEST_F(OutboxTest, NewMailboxesAreSyncedUpToTheRoot)
 {
