@@ -20,13 +20,10 @@ const IndexRecord *message_record(const MailboxHandle *handle, int sequence)
     return record < record_count(handle->index) ? &handle->index[record] : &none;
 }
 
-/* A name that is a pipe must not stop us. */
-#define MESSAGE_FLAGS (O_RDONLY | O_NONBLOCK)
-
 static int open_by_path(const char *path, uint32_t uid)
 {
     char name[MBX_NAME_SIZE];
-    return message_name(name, path, uid) == 0 ? open_file(name, MESSAGE_FLAGS, 0) : -1;
+    return message_name(name, path, uid) == 0 ? open_file(name, O_RDONLY, 0) : -1;
 }
 
 int open_message(const MailboxHandle *handle, int sequence)
@@ -56,7 +53,7 @@ int MessageDirectory::open_message(uint32_t uid)
     if (directory_.fd < 0) return open_by_path(path_, uid);
     char name[UID_TEXT_SIZE];
     uid_text(name, uid);
-    return open_file_in(directory_.fd, name, MESSAGE_FLAGS);
+    return open_file_in(directory_.fd, name, O_RDONLY);
 }
 
 MessageFile::MessageFile(const MailboxHandle *handle, int sequence)

@@ -81,7 +81,7 @@ int list_mbx_mkidx(const char *message_directory, const char *name, IndexRecord 
     struct stat status;
     const uint32_t uid = parse_uid(name);
     if (uid == 0 || join_name(path, message_directory, name) < 0) return -1;
-    FdGuard file(open_waiting(path, O_RDONLY | O_NONBLOCK, 0));
+    FdGuard file(open_waiting(path, O_RDONLY, 0));
     if (file.fd < 0 || os->fstat(file.fd, &status) < 0) return -1;
     if (!S_ISREG(status.st_mode) || status.st_size > UINT32_MAX) return -1;
     *record = {uid, 0, static_cast<uint32_t>(header_size_of(file.fd)),

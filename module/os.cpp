@@ -58,12 +58,18 @@ template <class Call> static auto unless_interrupted(Call call)
 
 int open_file(const char *path, int flags, mode_t mode)
 {
-    return unless_interrupted([=] { return os->open(path, flags | O_CLOEXEC, mode); });
+    return unless_interrupted([=] { return os->open(path, flags | O_CLOEXEC | O_NONBLOCK, mode); });
 }
 
 int open_file_in(int directory, const char *name, int flags)
 {
-    return unless_interrupted([=] { return os->openat(directory, name, flags | O_CLOEXEC); });
+    return unless_interrupted(
+        [=] { return os->openat(directory, name, flags | O_CLOEXEC | O_NONBLOCK); });
+}
+
+int refuse_pipe(int fd)
+{
+    return os->lseek(fd, 0, SEEK_CUR) < 0 ? -1 : 0;
 }
 
 int lock_file(int fd, int operation)

@@ -40,11 +40,16 @@ extern const OsCalls kernel_calls;
 [[nodiscard]] int write_all(int fd, const void *data, size_t size);
 [[nodiscard]] int pwrite_all(int fd, const void *data, size_t size, off_t offset);
 
-/* Opens with O_CLOEXEC added, repeating after EINTR. */
+/* Opens with O_CLOEXEC added, repeating after EINTR.  A pipe in a file's place makes nobody wait
+   for its other end (O_NONBLOCK means nothing for files). */
 [[nodiscard]] int open_file(const char *path, int flags, mode_t mode);
 
 /* The same for a file that is there, by its name in an open directory. */
 [[nodiscard]] int open_file_in(int directory, const char *name, int flags);
+
+/* Without a writer a pipe reads as an empty file: 0 for a file, -1 with ESPIPE for what has no
+   position. */
+[[nodiscard]] int refuse_pipe(int fd);
 
 /* flock(2), repeating after EINTR. */
 [[nodiscard]] int lock_file(int fd, int operation);

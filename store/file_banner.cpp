@@ -1,7 +1,9 @@
 /* Banners: the list's texts above and below the body of a posting. */
 #include <errno.h>
+#include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "codec/conv.h"
 #include "module/guards.h"
@@ -26,6 +28,15 @@ static const Banner bottom_banner = {
     {1, 262, "mlname=%s insert_banner_b fputs error %m [%s]"},
     {1, 263, "mlname=%s insert_banner_b fgets error %m  [%s]"},
 };
+
+/* fopen(3) that does not wait for a pipe's other end. */
+static FILE *open_stream(const char *path)
+{
+    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    FILE *file = fd < 0 ? nullptr : fdopen(fd, "r");
+    if (file == nullptr && fd >= 0) (void)close(fd);
+    return file;
+}
 
 static void close_stream(FILE *file)
 {
@@ -94,8 +105,12 @@ static int insert_banner(DeliveryJob *job, const Banner &banner)
     char path[PATH_SIZE];
     if (control_path(path, job, banner.file[kind]) < 0 || f_recover(path) < 0)
         return log_failure(banner.recover, job->list_name, path);
-    FILE *file = fopen(path, "re");
+    FILE *file = open_stream(path);
     if (file == nullptr) return 0; /* no banner */
+    if (ftello(file) < 0) {        /* a pipe: without a writer it would pass for an empty file */
+        close_stream(file);
+        return log_failure(banner.read, job->list_name, path);
+    }
     const int result = write_lines(job, banner, path, file);
     close_stream(file);
     return result;

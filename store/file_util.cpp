@@ -51,7 +51,7 @@ static int finish_target(int to)
 int cpyfile(const char *source, const char *target)
 {
     FdGuard from(open_file(source, O_RDONLY, 0));
-    if (from.fd < 0) return -1;
+    if (from.fd < 0 || refuse_pipe(from.fd) < 0) return -1;
     FdGuard to(open_file(target, O_RDWR | O_CREAT, 0600));
     if (to.fd < 0) return -1;
     if (copy_blocks(from.fd, to.fd) < 0 || cut_target(to.fd) < 0) return -1;

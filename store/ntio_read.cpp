@@ -13,6 +13,7 @@ static ssize_t fill_buffer(FileRecord *record, size_t limit)
 {
     const ssize_t got = read_some(record->fd, record->buffer, limit);
     record->position = record->line_end = 0;
+    if (got == 0 && record->blocks == 0 && refuse_pipe(record->fd) < 0) return -1;
     if (got <= 0) return got;
     record->block_size = static_cast<uint32_t>(got);
     ++record->blocks;

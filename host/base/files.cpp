@@ -5,10 +5,11 @@
 #include <unistd.h>
 
 #include "host/base/fd.h"
+#include "host/base/regular_file.h"
 
 Result<std::string> load_file(const std::string &path)
 {
-    const Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    const Fd file = open_regular(path);
     if (!file) return system_error(path);
     std::string text;
     char block[64 * 1024];

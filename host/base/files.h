@@ -7,7 +7,7 @@
 
 #include "host/base/result.h"
 
-/* All that the file holds; the error names it. */
+/* All that the file holds; the error names it (EISDIR, EINVAL: it is no regular file). */
 Result<std::string> load_file(const std::string &path);
 
 /* Reads size bytes at offset, fewer only at the end of the file.  -1 with errno. */

@@ -6,15 +6,13 @@
      n1 = 0          # to n9: further numbers of the service, kept for programs that use them
      text = ""       # likewise */
 #include <errno.h>
-#include <fcntl.h>
 #include <stdio.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <limits>
 #include <toml++/toml.h>
 
-#include "host/base/fd.h"
+#include "host/base/regular_file.h"
 #include "host/libldapuse/directory.h"
 #include "ldapuse.h"
 
@@ -22,16 +20,6 @@
 static int result_of_errno()
 {
     return errno == ENOENT || errno == ENOTDIR || errno == ENAMETOOLONG ? KYT_NOT_FOUND : KYT_ERROR;
-}
-
-/* A regular file, opened without ever waiting for a writer of a pipe. */
-static int open_regular(const std::string &path, Fd &file_out)
-{
-    file_out.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (!file_out) return result_of_errno();
-    struct stat status;
-    if (fstat(file_out.get(), &status) < 0 || !S_ISREG(status.st_mode)) return KYT_ERROR;
-    return KYT_FOUND;
 }
 
 static int read_at(const Fd &file, int64_t offset, size_t size, std::string &text_out)
@@ -71,10 +59,9 @@ static int services(const std::string &place, ServiceConf &conf_out)
 {
     constexpr size_t LONGEST_FILE = 1024 * 1024;
     const std::string path = place + "/services.toml";
-    Fd file;
+    const Fd file = open_regular(path);
     std::string text;
-    int result = open_regular(path, file);
-    if (result == KYT_FOUND) result = read_at(file, 0, LONGEST_FILE, text);
+    const int result = file ? read_at(file, 0, LONGEST_FILE, text) : result_of_errno();
     if (result != KYT_FOUND) return result;
     try {
         const toml::table parsed = toml::parse(text, path);
@@ -101,9 +88,8 @@ static int text(const std::string &place, TextKind kind, std::string_view domain
     std::string path = place + "/lists/";
     path.append(domain).append("/").append(list);
     path += kind == TextKind::welcome ? "/welcome" : "/help";
-    Fd file;
-    int result = open_regular(path, file);
-    if (result == KYT_FOUND) result = read_at(file, offset, size + 1, text_out);
+    const Fd file = open_regular(path);
+    const int result = file ? read_at(file, offset, size + 1, text_out) : result_of_errno();
     if (result != KYT_FOUND) return result;
     end_out = text_out.size() <= size;
     if (!end_out) text_out.resize(size);

@@ -6,11 +6,12 @@
 
 #include "host/base/fd.h"
 #include "host/base/files.h"
+#include "host/base/regular_file.h"
 #include "host/base/text.h"
 
 std::optional<Day> read_day_file(const std::string &path)
 {
-    const Fd file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    const Fd file = open_regular(path, O_NOFOLLOW);
     char text[64];
     const ssize_t size = file ? read(file.get(), text, sizeof(text)) : -1;
     if (size < 0) return std::nullopt;

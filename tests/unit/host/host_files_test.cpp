@@ -42,6 +42,8 @@ TEST_F(Files, ThatCannotBeReadAreNamed)
     EXPECT_EQ(ENOENT, missing.error().code);
     EXPECT_EQ(scratch.path("none") + ": No such file or directory", missing.error().text);
     EXPECT_EQ(EISDIR, load_file(scratch.path()).error().code);
+    ASSERT_EQ(0, mkfifo(scratch.path("pipe").c_str(), 0600));
+    EXPECT_EQ(EINVAL, load_file(scratch.path("pipe")).error().code) << "and nobody waits for it";
 }
 
 TEST_F(Files, ARangeIsReadUpToTheEnd)

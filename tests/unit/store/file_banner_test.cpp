@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <string.h>
 
 #include <string>
 #include <vector>
@@ -173,6 +174,15 @@ TEST(Banner, EachFailureHasItsText)
             EXPECT_EQ("\r\n", inserted(list, side, CONTENT_PLAIN, -1))
                 << "the empty line is written all the same";
             EXPECT_EQ((std::vector<std::string>{side.read}), log_of(list));
+        }
+        {
+            TempList list;
+            ASSERT_EQ(0, mkfifo(list.control(side.plain).c_str(), 0600));
+            (void)take_log();
+            EXPECT_EQ("", inserted(list, side, CONTENT_PLAIN, -1));
+            std::string text = side.read;
+            text.replace(text.find("Is a directory"), strlen("Is a directory"), "Illegal seek");
+            EXPECT_EQ((std::vector<std::string>{text}), log_of(list));
         }
         for (const int turn : {0, 1}) { /* the banner's line, and the empty one */
             TempList list;

@@ -113,6 +113,15 @@ TEST_F(FileUtil, AWriteThatTakesNothingEndsTheBlock)
     EXPECT_EQ(ENOSPC, errno);
 }
 
+TEST_F(FileUtil, APipeIsNotCopiedAsAnEmptyFile)
+{
+    write_file(target_, "contents");
+    ASSERT_EQ(0, mkfifo(source_.c_str(), 0600));
+    EXPECT_EQ(-1, copy());
+    EXPECT_EQ(ESPIPE, errno);
+    EXPECT_EQ("contents", read_file(target_));
+}
+
 TEST_F(FileUtil, AWholeIsWrittenInPlaceAndCutToItsLength)
 {
     EXPECT_EQ(0, write_anew(target_.c_str(), "abc", 3));

@@ -45,6 +45,25 @@ TEST_F(Ntio, OpenTypesMapOntoDescriptorFlags)
     EXPECT_EQ(Lines{}, take_log_lines(true));
 }
 
+/* Whoever waited for its writer would hold the list's lock for ever. */
+TEST_F(Ntio, APipeInAFilesPlaceIsNoEmptyFile)
+{
+    ASSERT_EQ(0, mkfifo(path(), 0600));
+    char line[16];
+    FileRecord *file = f_open(path(), "r");
+    ASSERT_NE(nullptr, file);
+    EXPECT_EQ(nullptr, Fgets(line, sizeof(line), file));
+    EXPECT_EQ(1, Ferror(file));
+    EXPECT_EQ(ESPIPE, errno);
+    (void)f_close(file);
+    file = f_open(path(), "r");
+    ASSERT_NE(nullptr, file);
+    EXPECT_EQ(-1, Getc(file));
+    EXPECT_EQ(1, Ferror(file));
+    (void)f_close(file);
+    EXPECT_EQ((Lines{"1/705 ReadFile error 29", "1/721 ReadFile error 29"}), take_log_lines(true));
+}
+
 TEST_F(Ntio, OnlyWritingCreatesTheFile)
 {
     for (const char *type : {"r", "r+", "rx"}) {
