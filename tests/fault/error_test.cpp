@@ -208,6 +208,7 @@ void Disturbed::expect_carried_on(const Effect &effect, const DisturbedCall &dis
     }
     for (const std::string &meant : effect.complaints)
         aftermath.complaints.erase(meant);
+    if (disturbed.call == "unlink") forgive_work_files(&aftermath.complaints);
     if (disturbed.file.starts_with("BOX")) forgive_rebuild(operation, &aftermath.complaints);
     if (is_settings(disturbed)) aftermath.complaints.erase("an archived message is damaged");
     EXPECT_EQ(Complaints{}, aftermath.complaints);

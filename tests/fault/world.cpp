@@ -203,7 +203,9 @@ Outcome World::post_as(const std::string &sender, int posting)
     Outcome outcome = deliver(mail_of(posting, sender), {"mylist"});
     if (outcome.exit != 0 || (is_dead && is_dead())) return outcome;
     promises.acknowledged.insert(posting);
-    if (list.get("active").empty()) promises.excused.insert(posting);
+    if (!list.get("active").empty()) return outcome;
+    promises.unheard.insert(posting);
+    promises.excused.insert(posting);
     return outcome;
 }
 
@@ -284,6 +286,9 @@ void World::archive_complaints(Complaints *found) const
             found->insert("an acknowledged posting is lost");
         if (number >= records[0].uid) found->insert("the next number is taken");
     }
+    for (const int posting : promises.unheard)
+        if (keep_ >= 1000 && !there.contains(posting))
+            found->insert("an acknowledged posting is lost");
     for (const int posting : promises.acknowledged) {
         bool is_done = promises.excused.contains(posting);
         for (const auto &sent : promises.sent)
@@ -319,8 +324,25 @@ static bool is_harmless(const std::string &directory, const std::string &name)
     return !exists(directory + "/" + name.substr(0, name.size() - 4) + ".new");
 }
 
+/* Of a delivery that is over.  "jnl/N", which was not handed over, stays for the operator. */
+static void work_file_complaints(const TempList &list, Complaints *found)
+{
+    for (const char *directory : {"jnl", "msg"})
+        for (const std::string &name : list_directory(list.control(directory)))
+            for (const char *beginning : {"j.", "cmdrpy.", "mldeny."})
+                if (name.starts_with(beginning)) found->insert("a work file is left: " + name);
+}
+
+void forgive_work_files(Complaints *complaints)
+{
+    std::erase_if(*complaints, [](const std::string &complaint) {
+        return complaint.starts_with("a work file is left");
+    });
+}
+
 void World::leftover_complaints(Complaints *found) const
 {
+    work_file_complaints(list, found);
     for (const std::string &directory : {list.control(), box()})
         for (const std::string &name : list_directory(directory)) {
             bool is_side_file = false;

@@ -44,6 +44,9 @@ void leave_half_an_index(World &world);
 
 using Complaints = std::set<std::string>; /* promises that were not kept */
 
+/* Where nobody could remove them, the daemon does so after a day. */
+void forgive_work_files(Complaints *complaints);
+
 /* Postings are known by a number of the sender's, which is in their text. */
 class World
 {
@@ -77,7 +80,8 @@ class World
     struct Promises {
         std::set<int> acknowledged;              /* postings: the module answered 0 */
         std::set<std::pair<uint32_t, int>> sent; /* number and posting: handed to the host */
-        std::set<int> excused;                   /* denied, or there was nobody to send them to */
+        std::set<int> unheard;                   /* there was nobody to send them to */
+        std::set<int> excused;                   /* denied, or unheard */
         std::set<uint32_t> digested;             /* numbers that went out in a digest */
     };
     Promises promises;

@@ -167,6 +167,27 @@ TEST(MailboxCreate, NeverShowsAnIndexWithoutItsHeader)
 
 /* -- delete -- */
 
+/* A posting may be acknowledged next: neither the index nor a name on the way to it may be lost. */
+TEST(MailboxCreate, IsOnTheDiskWhenItAnswers)
+{
+    Box box(false);
+    const std::string path = box.path();
+    Lines order;
+    {
+        FaultOs fault;
+        fault.before = [&](const std::string &call, const std::string &of) {
+            if (call == "fsync" || call == "link") order.push_back(call + " " + of);
+            return 0;
+        };
+        EXPECT_EQ(1, mlmbx_create(path.c_str()));
+    }
+    ASSERT_EQ(4u, order.size());
+    EXPECT_TRUE(order[0].starts_with("fsync " + box.name("#mix.made"))) << order[0];
+    EXPECT_EQ((Lines{"link " + box.name("#mix"), "fsync " + path,
+                     "fsync " + path.substr(0, path.rfind('/'))}),
+              Lines(order.begin() + 1, order.end()));
+}
+
 TEST(MailboxDelete, RemovesEverythingOfAMailbox)
 {
     Box box;
