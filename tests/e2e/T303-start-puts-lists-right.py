@@ -19,7 +19,13 @@ with daemon(start=False) as server:
         server.control(name).write_bytes(b"x\r\n")
         os.utime(server.control(name), (time.time() - age,) * 2)
 
+    for name in ("spool/in/m.1", "spool/tmp/q.1", "outbox/.stage/1"):
+        (server.data / name).parent.mkdir(parents=True, exist_ok=True)
+        (server.data / name).write_bytes(b"half a mail")
+
     server.start()
+    for folder in ("spool/in", "spool/tmp", "outbox/.stage"):
+        equal(list((server.data / folder).iterdir()), [], folder)
     check(not server.control("member.new").exists(), "the committed rewrite is finished")
     check(not server.control("digest.new").exists(), "the other one is discarded")
     equal(server.control("digest").read_bytes(), b"", "digest")
