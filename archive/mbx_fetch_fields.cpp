@@ -112,8 +112,8 @@ class Patterns
 
   private:
     struct Node {
-        uint32_t first_child,
-            next; /* next of the same parent; 0 none: the root is nobody's child */
+        uint32_t child;       /* one of them; 0 none: the root is nobody's */
+        uint32_t siblings[2]; /* by the next bit of the byte that is looked for */
         char byte;
         bool complete; /* a pattern ends here */
     };
@@ -122,8 +122,7 @@ class Patterns
     {
         return ignore_case_ ? static_cast<char>(ascii_lower(static_cast<unsigned char>(c))) : c;
     }
-    uint32_t find_child(uint32_t parent, char byte) const;
-    uint32_t make_child(uint32_t parent, char byte);
+    const uint32_t *find_child(uint32_t parent, char byte) const;
     [[nodiscard]] bool add(const char *pattern);
 
     bool ignore_case_;
@@ -131,21 +130,16 @@ class Patterns
 };
 } // namespace
 
-uint32_t Patterns::find_child(uint32_t parent, char byte) const
+/* Where the child with this byte stands, or would: nine are looked at and no more, for each former
+   one has decided by another bit. */
+const uint32_t *Patterns::find_child(uint32_t parent, char byte) const
 {
     const Node *nodes = nodes_.items();
-    uint32_t child = nodes[parent].first_child;
-    while (child != 0 && nodes[child].byte != byte)
-        child = nodes[child].next;
-    return child;
-}
-
-/* 0 without memory. */
-uint32_t Patterns::make_child(uint32_t parent, char byte)
-{
-    const uint32_t child = static_cast<uint32_t>(nodes_.count());
-    if (!nodes_.add({0, nodes_.items()[parent].first_child, byte, false})) return 0;
-    nodes_.items()[parent].first_child = child;
+    const uint32_t *child = &nodes[parent].child;
+    for (unsigned bits = static_cast<unsigned char>(byte); *child != 0; bits >>= 1) {
+        if (nodes[*child].byte == byte) break;
+        child = &nodes[*child].siblings[bits & 1];
+    }
     return child;
 }
 
@@ -154,10 +148,14 @@ bool Patterns::add(const char *pattern)
 {
     uint32_t at = 0;
     for (; *pattern != '\0' && !nodes_.items()[at].complete; ++pattern) {
+        if (!nodes_.reserve(1)) return false;
         const char byte = fold(*pattern);
-        const uint32_t known = find_child(at, byte);
-        at = known != 0 ? known : make_child(at, byte);
-        if (at == 0) return false;
+        uint32_t *child = const_cast<uint32_t *>(find_child(at, byte));
+        if (*child == 0) {
+            *child = static_cast<uint32_t>(nodes_.count());
+            (void)nodes_.add({0, {0, 0}, byte, false}); /* there is room */
+        }
+        at = *child;
     }
     nodes_.items()[at].complete = true;
     return true;
@@ -179,7 +177,7 @@ bool Patterns::match(const char *line, size_t length) const
     if (nodes_.count() == 0) return false;
     uint32_t at = 0;
     for (size_t i = 0; i < length && !nodes_.items()[at].complete; ++i) {
-        at = find_child(at, fold(line[i]));
+        at = *find_child(at, fold(line[i]));
         if (at == 0) return false;
     }
     return nodes_.items()[at].complete;

@@ -43,6 +43,29 @@ TEST(LinearArchive, Index)
         });
 }
 
+/* Two of three messages are gone, and as many new ones are there, when the mailbox looks again:
+   once where numbers may change, once where they may not. */
+TEST(LinearArchive, IndexChangedByOthers)
+{
+    const WithoutSync no_sync;
+    const Discard discard;
+    Box box;
+    for (const auto check : {mlmbx_checknewmail, mlmbx_checknewmail2})
+        demand_linear(
+            {{"messages", [](size_t size) { return index_of(size, 0, 1); }},
+             {"new messages", [](size_t size) { return index_of(size, MESSAGE_RECENT, 1); }},
+             {"deleted messages", [](size_t size) { return index_of(size, MESSAGE_DELETED, 1); }}},
+            [&](std::string &text) {
+                write_file(box.name("#mix"), text);
+                MailboxHandle *handle = list_mbx_open(box.path(), 0);
+                ASSERT_NE(nullptr, handle);
+                write_file(box.name("#mix"), index_of(text.size(), MESSAGE_SEEN, 3));
+                handle->mode |= MAILBOX_FORCE_CHECK;
+                check(handle);
+                list_mbx_close(handle);
+            });
+}
+
 /* Millions of messages that have no files: the kernel would take its time to say so. */
 class WithoutFiles
 {

@@ -170,13 +170,16 @@ TEST(LinearFetch, Items)
 TEST(LinearFetch, HeaderFieldsOfALongHeader)
 {
     const Discard discard;
-    for (const char *section : {"HEADER.FIELDS (SUBJECT X)]", "HEADER.FIELDS.NOT (Subject X)]"})
+    const std::string many = "HEADER.FIELDS.NOT (" + names_of_a_byte() + ")]";
+    for (const char *section :
+         {"HEADER.FIELDS (SUBJECT X)]", "HEADER.FIELDS.NOT (Subject X)]", many.c_str()})
         demand_linear({{"fields", repeated("Subject: x\r\n")},
                        {"continuation lines", repeated("Subject: x\r\n", " \r\n", "")},
                        {"one line", repeated("Subject: ", "x", "\r\n")},
                        {"empty lines", repeated("\r\n")},
                        {"carriage returns", repeated("\r")},
-                       {"line feeds", repeated("\n")}},
+                       {"line feeds", repeated("\n")},
+                       {"fields of a byte", repeated("\x01: \n")}},
                       [&](std::string &text) {
                           const MemoryFile file(text);
                           PartNode part = {};
