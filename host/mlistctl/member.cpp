@@ -35,6 +35,7 @@ static std::vector<MemberChange> change_members(const ListAddress &list,
                                                 const MemberOperation &operation)
 {
     std::vector<const char *> texts;
+    texts.reserve(addresses.size());
     for (const std::string &address : addresses)
         texts.push_back(address.c_str());
     std::vector<int> results(addresses.size());
@@ -45,6 +46,7 @@ static std::vector<MemberChange> change_members(const ListAddress &list,
         fail_in_module("the members of " + list.name() + " could not be changed " +
                        mlist_session_reply(session.get()));
     std::vector<MemberChange> changes;
+    changes.reserve(addresses.size());
     for (size_t i = 0; i < addresses.size(); ++i)
         changes.push_back({addresses[i], results[i] == 1});
     return changes;
