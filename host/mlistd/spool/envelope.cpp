@@ -133,6 +133,12 @@ Result<OpenEnvelope> open_envelope(const std::string &path)
     return open;
 }
 
+/* Or the line that fills up to the message. */
+static bool has_mark(std::string_view line)
+{
+    return line.empty() || std::string_view("TDF").find(line[0]) != line.npos;
+}
+
 /* The lines that lie wholly in piece, as far as count allows.  Returns how much of it they are. */
 Result<size_t> RecipientReader::take_lines(std::string_view piece, size_t count,
                                            std::vector<QueuedRecipient> &batch)
@@ -142,6 +148,7 @@ Result<size_t> RecipientReader::take_lines(std::string_view piece, size_t count,
         const size_t end = piece.find('\n', used);
         if (end == piece.npos) break;
         const std::string_view line = piece.substr(used, end - used);
+        damaged_ |= !has_mark(line);
         if (!line.empty() && line[0] == static_cast<char>(wanted_))
             batch.push_back({at_ + static_cast<off_t>(used), std::string(line.substr(1))});
         used = end + 1;

@@ -71,6 +71,9 @@ class RecipientReader
     /* The next at most count of them; none: the end. */
     Result<std::vector<QueuedRecipient>> next(size_t count);
 
+    /* Whether a line so far had no mark: nobody can tell who has the mail. */
+    bool damaged() const { return damaged_; }
+
   private:
     Result<size_t> take_lines(std::string_view piece, size_t count,
                               std::vector<QueuedRecipient> &batch);
@@ -79,6 +82,7 @@ class RecipientReader
     const Mark wanted_;
     off_t at_;
     const off_t end_;
+    bool damaged_ = false;
 };
 
 /* Changes the marks of these recipients (in file order) and syncs them. */

@@ -23,6 +23,7 @@ struct RelayPass {
     std::string prefix = {}; /* header lines of ours */
     bool expired = false;    /* too old: what is not done now fails */
     bool shut = false;       /* the way out is: nothing more is tried */
+    bool damaged = false;    /* somebody's mark is no mark: he may not have the mail */
     size_t done = 0, later = 0;
     std::string last_text = {}; /* of what is to be tried again */
     std::vector<Failure> failures = {};
@@ -211,7 +212,10 @@ Result<void> Runner::deliver_all(Transport &transport, RelayPass &pass)
     for (;;) {
         const auto batch = reader.next(transport.batch_size());
         if (!batch) return batch.error();
-        if (batch->empty()) return {};
+        if (batch->empty()) {
+            pass.damaged = reader.damaged();
+            return {};
+        }
         if (stopping_ || (pass.shut && !pass.expired)) {
             pass.later += batch->size();
             return {};
@@ -257,6 +261,10 @@ void Runner::conclude(const RelayPass &pass)
 {
     const Envelope &envelope = pass.submission.envelope;
     const time_t now = queue_calls->now();
+    if (pass.later == 0 && pass.damaged) {
+        spool_.log(1, spool_.path_of(pass.id) + ": a recipient without a mark");
+        return spool_.put_aside(pass.id);
+    }
     if (pass.later == 0) {
         spool_.log(5, "mlname=" + envelope.list + " " + pass.id + " sent");
         return spool_.finished(pass.id);

@@ -81,7 +81,9 @@ Result<void> Spool::remove_unfinished() const
     for (const std::string &name : *names) {
         if (!name.starts_with("q.")) continue; /* somebody else's */
         const std::string path = directory_ + "/tmp/" + name;
-        if (queue_calls->unlink(path.c_str()) < 0 && errno != ENOENT) return system_error(path);
+        /* a directory is nobody's submission, and no reason not to start */
+        if (queue_calls->unlink(path.c_str()) < 0 && errno != ENOENT && errno != EISDIR)
+            return system_error(path);
     }
     return {};
 }

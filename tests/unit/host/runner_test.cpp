@@ -262,6 +262,18 @@ TEST_F(RunnerTest, DamagedSubmissionsAreSetAsideForTheOperator)
     EXPECT_EQ(0u, runner_->run_once());
 }
 
+TEST_F(RunnerTest, ARecipientWhoseMarkIsDamagedIsLeftToTheOperator)
+{
+    const std::string id = submit({"a@x", "b@x", "c@x"});
+    std::string text = read_file(spool_->path_of(id));
+    text.replace(text.find("Tb@x"), 1, "\xD4");
+    scratch_.write("spool/out/" + id, text);
+    runner_->run_once();
+    EXPECT_EQ((Strings{"a@x", "c@x"}), script_.recipients());
+    EXPECT_EQ(Strings{id + ".bad"}, queued());
+    EXPECT_EQ("1 " + spool_->path_of(id) + ": a recipient without a mark", log_.back());
+}
+
 TEST_F(RunnerTest, ASubmissionThatAnOperatorRemovedIsForgotten)
 {
     const std::string id = submit({"a@x"});

@@ -179,9 +179,10 @@ TEST_F(SpoolTest, OpeningFindsWhatIsThereAndRemovesWhatIsUnfinished)
     }
     scratch_.write("spool/tmp/q.0123456789abcd", "half");
     scratch_.write("spool/tmp/incoming", "somebody else's");
+    std::filesystem::create_directory(scratch_.path("spool/tmp/q.directory"));
     scratch_.write("spool/out/README", "no submission");
     const auto spool = open_spool(scratch_);
-    EXPECT_EQ(Strings{"incoming"}, names_in(scratch_.path("spool/tmp")));
+    EXPECT_EQ((Strings{"incoming", "q.directory"}), names_in(scratch_.path("spool/tmp")));
     EXPECT_EQ(1u, spool->count().waiting);
     EXPECT_EQ(id, spool->take_due(NO_WAIT));
     EXPECT_EQ(std::nullopt, spool->take_due(NO_WAIT));
