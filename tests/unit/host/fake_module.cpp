@@ -11,7 +11,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <string>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "mlist/admin.h"
@@ -100,11 +102,22 @@ int ModuleMain(DeliveryRequest *request)
     return 0;
 }
 
-/* A file of the name with ".new" behind it stands for a rewrite cut short. */
+/* Whether a list that has a lock is not locked now. */
+static bool is_unlocked(const std::string &directory)
+{
+    const int lock = open((directory + "/lock").c_str(), O_RDWR | O_CLOEXEC);
+    const bool unlocked = lock >= 0 && flock(lock, LOCK_EX | LOCK_NB) == 0;
+    if (lock >= 0) close(lock);
+    return unlocked;
+}
+
+/* A file of the name with ".new" behind it stands for a rewrite cut short; without the lock it may
+   as well be one under way. */
 int f_recover(const char *path)
 {
     const std::string side = std::string(path) + ".new";
     if (access(side.c_str(), F_OK) != 0) return 0;
+    if (is_unlocked(side.substr(0, side.rfind('/')))) return -1;
     return rename(side.c_str(), path);
 }
 
