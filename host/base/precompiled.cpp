@@ -1,0 +1,1 @@
+#include "host/base/precompiled.h"
