@@ -29,12 +29,14 @@ FileRecord *Fopen(int fd)
         return nullptr;
     }
     memset(record.p, 0, sizeof(*record.p));
-    record.p->buffer = static_cast<char *>(host_allocate(FILE_BUFFER_SIZE + 1));
-    if (record.p->buffer == nullptr) {
+    record.p->area = static_cast<char *>(host_allocate(FILE_BUFFER_SIZE + 1));
+    if (record.p->area == nullptr) {
         trace_sys(&g_logh, 1, 702, "LocalAlloc error %d (fp->buf)", errno);
         return nullptr;
     }
     record.p->fd = fd;
+    record.p->area_size = FILE_BUFFER_SIZE;
+    record.p->buffer = record.p->area;
     record.p->buffer[0] = '\0';
     record.p->buffer[FILE_BUFFER_SIZE] = '\0';
     return record.take();
@@ -44,7 +46,7 @@ void Fclose(FileRecord *record)
 {
     if (record == nullptr) return;
     host_release(record->write_buffer);
-    host_release(record->buffer);
+    host_release(record->area);
     host_release(record);
 }
 
@@ -128,18 +130,26 @@ int Ferror(FileRecord *record)
     return record->state;
 }
 
-/* KEPT: the read-ahead is measured as a text, so that bytes behind a zero byte count as handed out,
-   and the position moves forward when it stands behind that byte.
+/* KEPT: the block is measured as a text, so that bytes behind a zero byte count as handed out, and
+   the position moves forward when it stands behind that byte.
    Test: Ntio.FlushMeasuresTheReadAheadAsAText */
 static off_t unread_bytes(const FileRecord *record)
 {
-    return static_cast<off_t>(record->line_end) - record->position;
+    return static_cast<off_t>(record->line_end) - record->position + record->ahead;
 }
 
 off_t Ftell(const FileRecord *record)
 {
     const off_t read = os->lseek(record->fd, 0, SEEK_CUR);
     return read < 0 ? -1 : read - unread_bytes(record);
+}
+
+int Funread(FileRecord *record)
+{
+    if (record->ahead == 0) return 0;
+    if (os->lseek(record->fd, -static_cast<off_t>(record->ahead), SEEK_CUR) < 0) return -1;
+    record->ahead = 0;
+    return 0;
 }
 
 int Fflush(FileRecord *record)
@@ -150,7 +160,7 @@ int Fflush(FileRecord *record)
         return -1;
     }
     record->buffer[0] = '\0';
-    record->position = record->line_end = record->count = 0;
+    record->position = record->line_end = record->count = record->ahead = 0;
     return 0;
 }
 

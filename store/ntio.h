@@ -1,5 +1,9 @@
-/* Buffered file layer: line reading with a fixed read-ahead, direct writes, sync on close.
-   Diagnostics keep the platform call names that this layer was first written for. */
+/* Buffered file layer: line reading block by block, direct writes, sync on close.  Diagnostics keep
+   the platform call names that this layer was first written for.
+
+   A file is handed out in blocks of 8,176 bytes, and where one ends shows in the lines: a CR and an
+   LF on its two sides are no pair, and a zero byte hides the rest of its own block.  What is asked
+   of the kernel is more: a file that has more than one block is read many at a time. */
 #ifndef STORE_NTIO_H
 #define STORE_NTIO_H
 
@@ -8,23 +12,28 @@
 #include <sys/types.h>
 
 #define FILE_BUFFER_SIZE 8192
-#define FILE_READ_SIZE 8176 /* line reading fills the buffer up to here */
+#define FILE_READ_SIZE 8176  /* a block of line reading */
+#define FILE_MORE_BLOCKS 16  /* what the second read(2) of a file brings in, some 128 KiB */
+#define FILE_MOST_BLOCKS 192 /* and the later ones, some 1.5 MiB */
 
 /* Record and buffers are host memory; only f_close() (or Fclose()) releases them. */
 struct FileRecord {
     int32_t fd;        /* -1 once closed */
-    char *buffer;      /* FILE_BUFFER_SIZE + 1 bytes, the last always zero */
+    char *buffer;      /* the block that is being read */
     uint32_t position; /* next unread byte */
     int32_t state;     /* 0 good, 1 error, -1 last unterminated line handed out */
     uint32_t count;    /* valid bytes, byte reading only */
     /* private: */
-    uint32_t line_end;    /* end of the text in buffer: its first zero byte */
+    uint32_t line_end; /* end of the text in the block: its first zero byte, or its end */
+    char *area;        /* what was read: the blocks up to this one, this one, those behind it */
+    uint32_t area_size;
+    uint32_t ahead;       /* bytes in the area behind the block */
     char *write_buffer;   /* null: Fputs() writes straight through */
     uint32_t write_size;  /* room in write_buffer */
     uint32_t write_count; /* bytes waiting in it */
     uint64_t written;     /* bytes that Fputs() put into the file */
-    uint32_t block_size;  /* bytes of the block that was read last */
-    uint32_t blocks;      /* how many were read */
+    uint32_t block_size;  /* bytes of the last block */
+    uint32_t blocks;      /* how many there were */
 };
 
 /* Types: "r" read, "w" create and truncate (mode 0660), "r+" read and write, "a" append to an
@@ -56,8 +65,8 @@ int Fputs(const char *text, FileRecord *record);
 int Putc(int byte, FileRecord *record);
 int Getc(FileRecord *record);
 
-/* Gives the read-ahead back to the descriptor's position, after draining the write buffer; 0 or
-   -1.  A read-ahead of bytes ends at its first zero byte, as one of lines does. */
+/* Gives what was read and not handed out back to the descriptor's position, after draining the
+   write buffer; 0 or -1.  A block of bytes ends at its first zero byte, as one of lines does. */
 int Fflush(FileRecord *record);
 
 /* Fflush() and lseek(); 0 or -1. */
@@ -89,6 +98,9 @@ int Fputb(const char *bytes, size_t size, FileRecord *record);
 
 /* Writes what Fputs() collected.  0, or -2, -3 as Fputs(). */
 int Fdrain(FileRecord *record);
+
+/* Puts the descriptor behind the block, as if no more had been read.  0 or -1. */
+int Funread(FileRecord *record);
 
 /* The file as it lies on the disk, when it was read by lines, to its end, and was one block (8,176
    bytes) or nothing; valid until the record is closed.  Null for a larger one. */

@@ -4,24 +4,85 @@
 #include <errno.h>
 #include <string.h>
 
+#include "module/guards.h"
+#include "module/host_mem.h"
 #include "module/os.h"
 #include "module/unix_sv.h"
 
-/* Fills the buffer with at most limit bytes, which the text in it ends behind.  What read(2)
-   answered; after 0 and -1 there is no text, but the bytes of the last block still lie there. */
-static ssize_t fill_buffer(FileRecord *record, size_t limit)
+/* -- what is asked of the kernel -- */
+
+/* The area to read into: a larger one once the file has turned out to be longer than the former.
+   Memory stays within sixteen times what was read, and within a bound. */
+static uint32_t wanted_area(const FileRecord *record)
 {
-    const ssize_t got = read_some(record->fd, record->buffer, limit);
+    constexpr uint32_t more = FILE_MORE_BLOCKS * FILE_READ_SIZE;
+    constexpr uint32_t most = FILE_MOST_BLOCKS * FILE_READ_SIZE;
+    if (record->block_size < FILE_READ_SIZE) return record->area_size;
+    return record->area_size < more ? more : most;
+}
+
+/* A larger area, or null: none is wanted, or there is no memory, and the present one has to do. */
+static char *larger_area(const FileRecord *record, uint32_t size)
+{
+    if (size <= record->area_size) return nullptr;
+    KeepErrno keep;
+    return static_cast<char *>(host_allocate(size));
+}
+
+/* One read into another area, which takes the place of the record's when something comes: the last
+   block stays at hand otherwise (Fcontents()).  What read(2) answered. */
+static ssize_t read_into(FileRecord *record, char *area, uint32_t size)
+{
+    const ssize_t got = read_some(record->fd, area, size);
+    if (got <= 0) {
+        KeepErrno keep;
+        host_release(area);
+        return got;
+    }
+    host_release(record->area);
+    record->area = area;
+    record->area_size = size;
+    return got;
+}
+
+/* Reads as many blocks as the area takes: whole ones, so that they end where they would if each
+   were read for itself.  What read(2) answered. */
+static ssize_t read_blocks(FileRecord *record)
+{
+    const uint32_t wanted = wanted_area(record);
+    char *area = larger_area(record, wanted);
+    if (area != nullptr) return read_into(record, area, wanted);
+    const size_t whole = record->area_size - record->area_size % FILE_READ_SIZE;
+    return read_some(record->fd, record->area, whole);
+}
+
+/* -- blocks -- */
+
+/* Goes on to the next block, of at most limit bytes.  Its size, or what read(2) answered when there
+   is none: then there is no text, but the last block still lies there. */
+static ssize_t next_block(FileRecord *record, uint32_t limit)
+{
     record->position = record->line_end = 0;
-    if (got == 0 && record->blocks == 0 && refuse_pipe(record->fd) < 0) return -1;
-    if (got <= 0) return got;
-    record->block_size = static_cast<uint32_t>(got);
+    char *block = record->buffer + record->block_size;
+    if (record->ahead == 0) {
+        const ssize_t got = limit == FILE_READ_SIZE ? read_blocks(record)
+                                                    : read_some(record->fd, record->area, limit);
+        if (got == 0 && record->blocks == 0 && refuse_pipe(record->fd) < 0) return -1;
+        if (got <= 0) return got;
+        record->ahead = static_cast<uint32_t>(got);
+        block = record->area;
+    }
+    record->buffer = block;
+    record->block_size = record->ahead < limit ? record->ahead : limit;
+    record->ahead -= record->block_size;
     ++record->blocks;
-    record->buffer[got] = '\0';
     /* KEPT: a zero byte cuts the rest of its block off.
        Test: LineReading.AZeroByteHidesTheRestOfItsReadBlock */
-    record->line_end = static_cast<uint32_t>(strlen(record->buffer));
-    return got;
+    const void *zero = memchr(block, '\0', record->block_size);
+    record->line_end = zero != nullptr
+                           ? static_cast<uint32_t>(static_cast<const char *>(zero) - block)
+                           : record->block_size;
+    return record->block_size;
 }
 
 /* The destination of one Fgets() call, filled from the left. */
@@ -97,7 +158,7 @@ char *Fgets(char *destination, int size, FileRecord *record)
         move_bytes(&line, record, count);
         /* KEPT: a CR that ends one block has been handed over by now, so that an LF that begins
            the next gives CR CR LF.  Test: LineReading.CrAndLfInTwoReadBlocksAreNoPair */
-        const ssize_t got = fill_buffer(record, FILE_READ_SIZE);
+        const ssize_t got = next_block(record, FILE_READ_SIZE);
         if (got < 0) {
             trace_sys(&g_logh, 1, 705, "ReadFile error %d", errno);
             record->state = 1;
@@ -134,7 +195,7 @@ static bool has_argument(const FileRecord *record)
 
 static bool fill_with_bytes(FileRecord *record)
 {
-    const ssize_t got = fill_buffer(record, FILE_BUFFER_SIZE);
+    const ssize_t got = next_block(record, FILE_BUFFER_SIZE);
     record->count = got > 0 ? static_cast<uint32_t>(got) : 0;
     return bytes_came(record, got);
 }
@@ -158,7 +219,7 @@ size_t Fread(void *data, size_t size, FileRecord *record)
             took = buffered < left ? buffered : left;
             memcpy(to, record->buffer + record->position, took);
             record->position += static_cast<uint32_t>(took);
-        } else if (left < FILE_BUFFER_SIZE) {
+        } else if (left < FILE_BUFFER_SIZE || record->ahead > 0) {
             if (!fill_with_bytes(record)) return size - left;
         } else {
             const ssize_t got = read_some(record->fd, to, left);

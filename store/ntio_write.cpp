@@ -24,6 +24,12 @@ static ssize_t write_once(int fd, const void *data, size_t size)
     return written;
 }
 
+/* The same where the block that was read last ends, however much was read. */
+static ssize_t write_behind_block(FileRecord *record, const void *data, size_t size)
+{
+    return Funread(record) < 0 ? -1 : write_once(record->fd, data, size);
+}
+
 /* A failed write also makes the host try the delivery again. */
 static void mark_failed(FileRecord *record)
 {
@@ -34,7 +40,7 @@ static void mark_failed(FileRecord *record)
 /* Writes a text or a block of texts: its size, -2 or -3. */
 static int write_text(FileRecord *record, const char *text, size_t size)
 {
-    const ssize_t written = write_once(record->fd, text, size);
+    const ssize_t written = write_behind_block(record, text, size);
     if (written < 0) {
         out_printf("slen1=%d errno=%d\n", static_cast<int>(size), errno);
         trace_sys(&g_logh, 1, 707, "WriteFile:1 error %d", errno);
@@ -118,7 +124,7 @@ int Putc(int byte, FileRecord *record)
     }
     const char data = static_cast<char>(byte);
     if (record->write_buffer != nullptr) return collect_text(record, &data, 1);
-    const ssize_t written = write_once(record->fd, &data, 1);
+    const ssize_t written = write_behind_block(record, &data, 1);
     if (written < 0) {
         trace_sys(&g_logh, 1, 723, "WriteFile:3 error %d", errno);
         mark_failed(record);

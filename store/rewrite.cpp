@@ -112,11 +112,11 @@ int ControlRewrite::next(LineView *line_out)
     return got < 0 ? log_failure(texts.read, job->list_name, source_path) : 0;
 }
 
-/* Whether the line's bytes, CR LF included, are in the read-ahead as they are to be written. */
+/* Whether the line's bytes, CR LF included, lie in what was read as they are to be written. */
 static bool is_verbatim(const LineView &line, const FileRecord *source)
 {
     return line.end_size == 2 && !line.split_end && source != nullptr &&
-           line.text >= source->buffer && line.text < source->buffer + FILE_BUFFER_SIZE;
+           line.text >= source->area && line.text < source->area + source->area_size;
 }
 
 bool ControlRewrite::start_run(const LineView &line)

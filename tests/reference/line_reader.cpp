@@ -9,17 +9,25 @@ std::string LineReader::take(std::string *line, size_t size)
     return *line;
 }
 
-bool LineReader::read_block()
+LineReader::Block LineReader::read_block()
 {
     position_ = 0;
     block_.clear();
     size_t count = 0;
     bool cut = false;
     for (; count < 8176 && offset_ < contents_.size(); ++count, ++offset_) {
+        if (offset_ >= unreadable_from_) return count > 0 ? Block::read : Block::error;
         if (contents_[offset_] == '\0') cut = true;
         if (!cut) block_ += contents_[offset_];
     }
-    return count > 0;
+    return count > 0 ? Block::read : Block::end;
+}
+
+void LineReader::flush()
+{
+    offset_ = offset_ + position_ - block_.size();
+    position_ = 0;
+    block_.clear();
 }
 
 std::optional<std::string> LineReader::next(int size)
@@ -40,7 +48,12 @@ std::optional<std::string> LineReader::next(int size)
             if (room < unread + 1) return take(&line, room - 1);
             take(&line, unread);
             room -= unread;
-            if (read_block()) continue;
+            const Block block = read_block();
+            if (block == Block::read) continue;
+            if (block == Block::error) {
+                state_ = 1;
+                return std::nullopt;
+            }
             state_ = line.empty() ? 0 : -1;
             if (line.empty()) return std::nullopt;
             return line;

@@ -3,6 +3,7 @@
 #define TESTS_REFERENCE_LINE_READER_H
 
 #include <stddef.h>
+#include <stdint.h>
 
 #include <optional>
 #include <string>
@@ -12,10 +13,19 @@ namespace reference
 class LineReader
 {
   public:
-    explicit LineReader(std::string contents) : contents_(std::move(contents)) {}
+    /* From a place on no byte of the file can be read. */
+    explicit LineReader(std::string contents, size_t unreadable_from = SIZE_MAX)
+        : contents_(std::move(contents)), unreadable_from_(unreadable_from)
+    {
+    }
 
-    /* The next piece for a destination of size bytes; none at the end. */
+    /* The next piece for a destination of size bytes; none at the end, and at an error, when the
+       state is 1. */
     std::optional<std::string> next(int size);
+
+    /* Forgets the block and goes back to the first byte that was not handed out, counting a text.
+     */
+    void flush();
 
     /* How many bytes of the file have been read ahead, and the next byte's index in the block. */
     size_t offset() const { return offset_; }
@@ -24,9 +34,11 @@ class LineReader
 
   private:
     std::string take(std::string *line, size_t size);
-    bool read_block();
+    enum class Block { read, end, error };
+    Block read_block();
 
     std::string contents_;
+    size_t unreadable_from_;
     size_t offset_ = 0;
     std::string block_; /* a text: ends at its first zero byte */
     size_t position_ = 0;
