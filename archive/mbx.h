@@ -106,7 +106,8 @@ inline OpenIndex *open_index_of(IndexHandle *index)
 }
 
 /* Begins a transaction in the cheap form: nothing is copied until something is written.  The
-   functions of the literal form work on it too.  Null with errno on failure. */
+   functions of the literal form work on it too.  Those of a posting have a KeptIndex: the first an
+   empty one.  Null with errno on failure. */
 [[nodiscard]] IndexHandle *begin_lazy_index(const char *path, KeptIndex *kept = nullptr);
 
 /* Ends a transaction without committing; null is allowed.  errno is kept. */
@@ -130,7 +131,8 @@ class IndexTransaction
     IndexTransaction(const IndexTransaction &) = delete;
     IndexTransaction &operator=(const IndexTransaction &) = delete;
 
-    /* kept: the index's file from a former transaction, taken over.  0, or -1 with errno. */
+    /* kept: of a posting; the index's file from its former transaction is taken over.  0, or -1
+       with errno. */
     [[nodiscard]] int begin(const char *path, KeptIndex *kept = nullptr)
     {
         handle_ = begin_lazy_index(path, kept);

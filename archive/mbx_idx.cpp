@@ -6,7 +6,9 @@
    -      -      at rest                                     nothing
    yes    -      died before the commit, or at its very end  removes .new; #mix is whole
    yes    yes    died while #mix was being overwritten       copies .new over #mix, removes both
-   -      yes    died while it made the work copy            removes .old; #mix is whole
+   -      yes    died while it made the work copy            removes .old; #mix is whole.  A
+                                                             posting does not look for it: its own
+                                                             work copy overwrites it
 
    The order of a commit makes the table true: .new is synced, then .old is written and synced,
    then the directory is synced (the names are what recovery goes by), then #mix is overwritten
@@ -171,10 +173,11 @@ static int roll_forward(OpenIndex *index)
 }
 
 /* Makes #mix whole by the table above.  0, 1 when a commit had to be finished, or -1. */
-static int recover_index(OpenIndex *index)
+static int recover_index(OpenIndex *index, bool of_posting)
 {
     const SideEndings &endings = endings_of(index->mode);
     const int has_work = has_side_file(index, endings.work);
+    if (has_work == 0 && of_posting) return 0;
     const int has_backup = has_side_file(index, endings.backup);
     if (has_work < 0 || has_backup < 0) return -1;
     if (has_work && has_backup) return roll_forward(index);
@@ -187,7 +190,7 @@ static int begin_in_cheap_form(OpenIndex *index, KeptIndex *kept)
 {
     if (index_name(index->name, index->path) < 0) return -1;
     index->fd = lock_index_file(index->name, &index->found, kept);
-    return index->fd < 0 || recover_index(index) < 0 ? -1 : 0;
+    return index->fd < 0 || recover_index(index, kept != nullptr) < 0 ? -1 : 0;
 }
 
 IndexHandle *begin_lazy_index(const char *path, KeptIndex *kept)
@@ -209,7 +212,7 @@ static int begin_in_literal_form(OpenIndex *index, int fd)
         index->fd = lock_index_file(index->name);
     else
         note_held_index(fd);
-    const int recovered = index->fd < 0 ? -1 : recover_index(index);
+    const int recovered = index->fd < 0 ? -1 : recover_index(index, false);
     if (recovered < 0 || make_work_copy(index) < 0) return -1;
     /* KEPT: there is no second copy behind a commit that was finished.
        Test: IndexTransaction.BehindAFinishedCommitHasNoSecondCopy */

@@ -383,3 +383,26 @@ TEST(CheapTransaction, WorksOnIndexesOfManyBlocks)
     records.push_back({100001, MESSAGE_RECENT, 0, 8});
     EXPECT_TRUE(bytes_of(records) == read_file(box.name("#mix")));
 }
+
+TEST(CheapTransaction, OfAPostingTakesTheDraftOfOneThatDied)
+{
+    Box box;
+    box.append_samples(1);
+    write_file(box.name("#mix.old"), std::string(1000, 'd'));
+    KeptIndex kept = {};
+    {
+        IndexTransaction number;
+        ASSERT_EQ(0, number.begin(box.path(), &kept));
+        kept = number.keep_file();
+    }
+    EXPECT_EQ((Lines{"#mix", "#mix.old"}), files(box));
+    IndexTransaction transaction;
+    ASSERT_EQ(0, transaction.begin(box.path(), &kept));
+    IndexRecord *records = transaction.read();
+    records[1].flags = MESSAGE_SEEN;
+    EXPECT_EQ(0, transaction.write(records));
+    mlist_release(records);
+    EXPECT_EQ(0, transaction.end(nullptr));
+    EXPECT_EQ((Lines{"#mix"}), files(box));
+    EXPECT_EQ(uint32_t{MESSAGE_SEEN}, box.flags(1));
+}
