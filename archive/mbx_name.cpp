@@ -1,33 +1,17 @@
 /* Names of the archive's files, and the small size and copy helpers of the driver. */
 #include <errno.h>
 #include <limits.h>
-#include <stdarg.h>
-#include <stdio.h>
 #include <string.h>
 
 #include "archive/mbx.h"
+#include "module/join.h"
 #include "module/os.h"
 
 int g_cluster_sz = 0;
 
-/* Formats a whole name or none. */
-static int build_name(char *out, const char *format, ...) __attribute__((format(printf, 2, 3)));
-
-static int build_name(char *out, const char *format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    const int length = vsnprintf(out, MBX_NAME_SIZE, format, arguments);
-    va_end(arguments);
-    if (length >= 0 && length < MBX_NAME_SIZE) return 0;
-    out[0] = '\0';
-    errno = ENAMETOOLONG;
-    return -1;
-}
-
 int index_name(char *out, const char *path)
 {
-    return build_name(out, "%s/#mix", path);
+    return join_texts(out, MBX_NAME_SIZE, {path, "/#mix"});
 }
 
 /* Unsigned: a UID from 2^31 on must not give a name that begins with "-".  By hand: a search makes
@@ -49,17 +33,17 @@ int message_name(char *out, const char *path, uint32_t uid)
 {
     char name[UID_TEXT_SIZE];
     uid_text(name, uid);
-    return build_name(out, "%s/#msg/%s", path, name);
+    return join_texts(out, MBX_NAME_SIZE, {path, "/#msg/", name});
 }
 
 int join_name(char *out, const char *directory, const char *name)
 {
-    return build_name(out, "%s/%s", directory, name);
+    return join_texts(out, MBX_NAME_SIZE, {directory, "/", name});
 }
 
 int side_name(char *out, const char *name, const char *ending)
 {
-    return build_name(out, "%s%s", name, ending);
+    return join_texts(out, MBX_NAME_SIZE, {name, ending});
 }
 
 char *mlmbx_idxname(const char *path, int mode)

@@ -8,6 +8,7 @@
 #include "module/ascii.h"
 #include "module/guards.h"
 #include "module/host_mem.h"
+#include "module/join.h"
 #include "module/mlist_access.h"
 #include "module/mlist_lock.h"
 #include "module/mlist_run.h"
@@ -26,10 +27,10 @@
 static int make_directory(const char *root, const char *domain, const char *list)
 {
     char path[PATH_SIZE];
-    const int length = list != nullptr
-                           ? snprintf_(path, sizeof(path), "%s/%s/%s", root, domain, list)
-                           : snprintf_(path, sizeof(path), "%s/%s", root, domain);
-    return length > static_cast<int>(sizeof(path)) - 2 ? 0 : os->mkdir(path, 0777);
+    const char *below = list != nullptr ? "/" : "";
+    const char *name = list != nullptr ? list : "";
+    if (join_texts(path, sizeof(path) - 1, {root, "/", domain, below, name}) < 0) return 0;
+    return os->mkdir(path, 0777);
 }
 
 /* The domain's directory, and below it the list's; there already, as nearly always, or the steps

@@ -1,9 +1,9 @@
 /* Paths below the two roots, and what a list's control directory is made of. */
 #include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
 
 #include "module/guards.h"
+#include "module/join.h"
 #include "module/os.h"
 #include "module/outcome.h"
 #include "module/tcb.h"
@@ -12,11 +12,7 @@
 int list_path(char *out, const char *root, const char *domain, const char *list, const char *name)
 {
     /* As every text of the module, a path leaves one byte of its buffer unused. */
-    const int length = snprintf(out, PATH_SIZE, "%s/%s/%s/%s", root, domain, list, name);
-    if (length >= 0 && length <= PATH_SIZE - 2) return 0;
-    out[0] = '\0';
-    errno = ENAMETOOLONG;
-    return -1;
+    return join_texts(out, PATH_SIZE - 1, {root, "/", domain, "/", list, "/", name});
 }
 
 int control_path(char *out, const DeliveryJob *job, const char *name)

@@ -30,9 +30,9 @@
    then F is what it was. */
 #include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
 
 #include "module/guards.h"
+#include "module/join.h"
 #include "module/os.h"
 #include "module/outcome.h"
 #include "module/tcb.h"
@@ -44,10 +44,7 @@
 
 static int append_ending(char *out, const char *path, const char *ending)
 {
-    const int length = snprintf(out, PATH_SIZE, "%s%s", path, ending);
-    if (length >= 0 && length <= PATH_SIZE - 2) return 0;
-    errno = ENAMETOOLONG;
-    return -1;
+    return join_texts(out, PATH_SIZE - 1, {path, ending});
 }
 
 int name_side_files(const char *path, SideFiles *out)
@@ -209,9 +206,10 @@ static int roll_forward(const char *path, const SideFiles *files)
 int f_recover(const char *path)
 {
     SideFiles files;
-    if (name_side_files(path, &files) < 0) return discard_failed(path);
+    if (append_ending(files.new_path, path, ".new") < 0) return discard_failed(path);
     const int has_new = find_file(files.new_path);
     if (has_new <= 0) return has_new < 0 ? discard_failed(path) : 0;
+    if (append_ending(files.old_path, path, ".old") < 0) return discard_failed(path);
     trace_sys(&g_logh, 5, 288, ".new detected [%s]", files.new_path);
     const int has_old = find_file(files.old_path);
     if (has_old < 0) return roll_forward_failed(path);
