@@ -13,8 +13,8 @@
 
 #define FILE_BUFFER_SIZE 8192
 #define FILE_READ_SIZE 8176  /* a block of line reading */
-#define FILE_MORE_BLOCKS 16  /* what the second read(2) of a file brings in, some 128 KiB */
-#define FILE_MOST_BLOCKS 192 /* and the later ones, some 1.5 MiB */
+#define FILE_MORE_BLOCKS 40  /* what the second read(2) of a file brings in, some 320 KiB */
+#define FILE_MOST_BLOCKS 352 /* and the later ones, 2.75 MiB: 100,000 members are one of those */
 
 /* Record and buffers are host memory; only f_close() (or Fclose()) releases them. */
 struct FileRecord {

@@ -12,7 +12,7 @@
 /* -- what is asked of the kernel -- */
 
 /* The area to read into: a larger one once the file has turned out to be longer than the former.
-   Memory stays within sixteen times what was read, and within a bound. */
+   Memory stays in proportion to what was read, and within a bound. */
 static uint32_t wanted_area(const FileRecord *record)
 {
     constexpr uint32_t more = FILE_MORE_BLOCKS * FILE_READ_SIZE;

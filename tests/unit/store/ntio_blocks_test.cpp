@@ -100,8 +100,10 @@ std::string difference(const std::string &contents, int size, size_t unreadable_
         if (error != (slow.state() == 1 ? EIO : other_errno)) return "errno" + place;
         ends += got == nullptr;
         if (flushes == 0 || slow.state() != 0 || random() % flushes != 0) continue;
+        const off_t told = Ftell(file.get());
         if (Fflush(file.get()) != 0) return "flush" + place;
         slow.flush();
+        if (told != static_cast<off_t>(slow.offset())) return "place told" + place;
         if (lseek(file.get()->fd, 0, SEEK_CUR) != static_cast<off_t>(slow.offset()))
             return "place after flush" + place;
     }
@@ -129,10 +131,9 @@ TEST_F(LineBlocks, EndWhereTheyDoWhenEachIsReadForItself)
 TEST_F(LineBlocks, EndWhereTheyDoAroundTheEndsOfLargeReads)
 {
     std::mt19937 random(128);
-    for (const size_t length : {second - 1, second, second + 1, third, third + 3 * block - 1})
-        for (const int size : {80, 9000})
-            EXPECT_EQ("", difference(random_contents(random, length), size, SIZE_MAX, 0, random))
-                << length << " " << size;
+    for (const size_t length : {second - 1, second, second + 1, third + 1})
+        EXPECT_EQ("", difference(random_contents(random, length), 4096, SIZE_MAX, 0, random))
+            << length;
 }
 
 TEST_F(LineBlocks, AreGivenBackAsFarAsTheyWereNotHandedOut)
@@ -181,7 +182,7 @@ TEST_F(LineBlocks, OfALongFileTakeFewReads)
     static const struct {
         size_t length;
         int reads;
-    } rows[] = {{100, 2}, {block, 2}, {block + 1, 3}, {300000, 4}, {2900000, 5}};
+    } rows[] = {{100, 2}, {block, 2}, {block + 1, 3}, {300000, 3}, {2900000, 4}};
     for (const auto &row : rows) {
         MemoryFile file(std::string(row.length, '\n'));
         char line[16];
