@@ -197,10 +197,10 @@ TEST(ChgMember, EachFailedStepHasItsText)
          "CTL/member.new]"},
         {"opening the copy", "open", "/member.new", 1, EACCES,
          "1/176 mlname=mylist chg_member f_open error Permission denied [CTL/member.new]"},
-        {"cutting the copy", "lseek", "", 0, EIO,
+        {"cutting the copy", "lseek", "", 1, EIO,
          "1/175 mlname=mylist chg_member copy file error Input/output error [CTL/member "
          "CTL/member.new]"},
-        {"seeking", "lseek", "", 1, EIO,
+        {"seeking", "lseek", "", 2, EIO,
          "1/177 mlname=mylist chg_member fseek error Input/output error [CTL/member.new]"},
         {"writing", "pwrite", "", 0, ENOSPC,
          "1/178 mlname=mylist chg_member fputs error No space left on device [CTL/member.new]"},
