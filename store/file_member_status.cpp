@@ -106,21 +106,36 @@ static int move_up(int fd, off_t offset, off_t end, off_t shift)
     return 0;
 }
 
+/* What stands behind a word of fewer than three bytes makes room. */
+static int make_room(const ControlRewrite &rewrite, off_t behind, off_t end, off_t shift)
+{
+    if (shift == 0 || move_up(rewrite.out->fd, behind, end, shift) == 0) return 0;
+    setrc_tempfail(); /* as Fputs() does */
+    return fail(rewrite, chg_texts.write);
+}
+
+static int put_word(const ControlRewrite &rewrite, off_t place, const char *word)
+{
+    if (Fseek(rewrite.out, place, SEEK_SET) < 0) return fail(rewrite, chg_seek);
+    return Fputs(word, rewrite.out) < 0 ? fail(rewrite, chg_texts.write) : 0;
+}
+
 /* Overwrites the words, whose places ascend.  A word of fewer than three bytes stands right before
-   its line end, as in a roster that was edited by hand; what stands behind it makes room, and no
-   line loses its end.  From the last to the first, so that each byte moves once. */
-static int write_words(int fd, const WordPlace *words, size_t count, const char *word)
+   its line end, as in a roster that was edited by hand, and no line loses its end.  From the last
+   to the first, so that each byte moves once.  0, or -1 (logged). */
+static int write_words(const ControlRewrite &rewrite, const WordPlace *words, size_t count,
+                       const char *word)
 {
     off_t shift = 0;
     for (size_t i = 0; i < count; ++i)
         shift += WORD_SIZE - words[i].room;
-    off_t end = shift > 0 ? os->lseek(fd, 0, SEEK_END) : 0;
-    if (end < 0) return -1;
+    off_t end = shift > 0 ? os->lseek(rewrite.out->fd, 0, SEEK_END) : 0;
+    if (end < 0) return fail(rewrite, chg_seek);
     while (count-- > 0) {
         const WordPlace &at = words[count];
-        if (shift > 0 && move_up(fd, at.place + at.room, end, shift) < 0) return -1;
+        if (make_room(rewrite, at.place + at.room, end, shift) < 0) return -1;
         shift -= WORD_SIZE - at.room;
-        if (pwrite_all(fd, word, WORD_SIZE, at.place + shift) < 0) return -1;
+        if (put_word(rewrite, at.place + shift, word) < 0) return -1;
         end = at.place;
     }
     return 0;
@@ -129,9 +144,7 @@ static int write_words(int fd, const WordPlace *words, size_t count, const char 
 static int commit_words(ControlRewrite *rewrite, const WordPlace *words, size_t count,
                         const char *word)
 {
-    if (write_words(rewrite->out->fd, words, count, word) == 0) return rewrite->commit();
-    setrc_tempfail(); /* as Fputs() does */
-    return fail(*rewrite, chg_texts.write);
+    return write_words(*rewrite, words, count, word) < 0 ? -1 : rewrite->commit();
 }
 
 static int open_for_changing(ControlRewrite *rewrite)

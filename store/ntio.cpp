@@ -141,7 +141,9 @@ static off_t unread_bytes(const FileRecord *record)
 off_t Ftell(const FileRecord *record)
 {
     const off_t read = os->lseek(record->fd, 0, SEEK_CUR);
-    return read < 0 ? -1 : read - unread_bytes(record);
+    if (read >= 0) return read - unread_bytes(record);
+    trace_sys(&g_logh, 1, 712, "SetFilePointer error %d", errno);
+    return -1;
 }
 
 int Funread(FileRecord *record)
