@@ -65,10 +65,17 @@ class Disturbed:
         if client is not True:
             self.post(client)
             client.close()
+        # A call that fails may be the one without which nobody sees that all is done.
+        failed = lambda: harm != "kill" and self.calls(count) >= at
         if self.answer == 250:
-            wait_for("the last call, or mlistd to die", lambda: self.over() or self.is_done())
+            wait_for("the last call, or mlistd to die",
+                     lambda: self.over() or failed() or self.is_done())
         self.ended = self.over()
-        self.happened = struct.unpack("@q", count.read_bytes())[0] >= at
+        self.happened = self.calls(count) >= at
+
+    @staticmethod
+    def calls(count):
+        return struct.unpack("@q", count.read_bytes())[0]
 
     def over(self):
         return self.server.process.poll() is not None
