@@ -31,7 +31,7 @@ static void fill_session(ListSession *session, const char *list, const char *dom
     job->submit = session->request.submit;
     job->lock_fd = -1;
     job->header_index = -1;
-    job->thread_id = gettid();
+    job->thread_id = thread_number();
     address_check(list, job->list_name);
     address_check(domain, job->domain);
 }

@@ -47,7 +47,7 @@ static bool begin(Run *run, DeliveryRequest *request)
     run->member_known = -1;
     run->job.lock_fd = -1;
     run->job.header_index = -1;
-    run->job.thread_id = gettid();
+    run->job.thread_id = thread_number();
     const char *kept = request->keep_text("EOF");
     thread_context()->host_text = kept != nullptr ? kept : "EOF";
     run->job.submit = request->submit;

@@ -56,15 +56,23 @@ template <class Call> static auto unless_interrupted(Call call)
     return result;
 }
 
+/* Opens without waiting for the other end of a pipe.  Where a lease stands against that, as file
+   servers take them, what is there is a file, and waiting means until the lease is given up. */
+template <class Open> static int without_pipes(Open open_with)
+{
+    const int fd = unless_interrupted([=] { return open_with(O_CLOEXEC | O_NONBLOCK); });
+    if (fd >= 0 || errno != EWOULDBLOCK) return fd;
+    return unless_interrupted([=] { return open_with(O_CLOEXEC); });
+}
+
 int open_file(const char *path, int flags, mode_t mode)
 {
-    return unless_interrupted([=] { return os->open(path, flags | O_CLOEXEC | O_NONBLOCK, mode); });
+    return without_pipes([=](int more) { return os->open(path, flags | more, mode); });
 }
 
 int open_file_in(int directory, const char *name, int flags)
 {
-    return unless_interrupted(
-        [=] { return os->openat(directory, name, flags | O_CLOEXEC | O_NONBLOCK); });
+    return without_pipes([=](int more) { return os->openat(directory, name, flags | more); });
 }
 
 int refuse_pipe(int fd)

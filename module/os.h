@@ -41,7 +41,7 @@ extern const OsCalls kernel_calls;
 [[nodiscard]] int pwrite_all(int fd, const void *data, size_t size, off_t offset);
 
 /* Opens with O_CLOEXEC added, repeating after EINTR.  A pipe in a file's place makes nobody wait
-   for its other end (O_NONBLOCK means nothing for files). */
+   for its other end. */
 [[nodiscard]] int open_file(const char *path, int flags, mode_t mode);
 
 /* The same for a file that is there, by its name in an open directory. */

@@ -5,6 +5,7 @@
 #include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "module/os.h"
 #include "module/unix_sv.h"
@@ -16,14 +17,32 @@ pthread_key_t tlskey_mlist;
 static bool key_created;
 static pthread_once_t key_once = PTHREAD_ONCE_INIT;
 
+static thread_local int32_t known_number; /* 0: to be asked for */
+static bool number_is_forgotten;          /* in children, so that it may be kept */
+
+static void forget_number()
+{
+    known_number = 0;
+}
+
 static void create_key()
 {
     key_created = pthread_key_create(&tlskey_mlist, nullptr) == 0;
+    number_is_forgotten = pthread_atfork(nullptr, nullptr, forget_number) == 0;
 }
 
 void create_thread_key()
 {
     pthread_once(&key_once, create_key);
+}
+
+int32_t thread_number()
+{
+    if (known_number != 0) return known_number;
+    create_thread_key();
+    const int32_t number = gettid();
+    if (number_is_forgotten) known_number = number;
+    return number;
 }
 
 /* What a thread owns besides its delivery: whether the record that the key points at may still be

@@ -37,6 +37,9 @@ ThreadContext *thread_context();
    MLIST_REPLY_TEXT_SIZE and MLIST_RESULT_TEXT_SIZE bytes. */
 void fill_own_request(DeliveryRequest *request, char *reply_text, char *result_text);
 
+/* gettid(2), asked once a thread and again in a child of fork(2). */
+int32_t thread_number();
+
 /* Creates tlskey_mlist once for the process. */
 void create_thread_key();
 

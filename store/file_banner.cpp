@@ -32,7 +32,8 @@ static const Banner bottom_banner = {
 /* fopen(3) that does not wait for a pipe's other end. */
 static FILE *open_stream(const char *path)
 {
-    const int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    int fd = open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0 && errno == EWOULDBLOCK) fd = open(path, O_RDONLY | O_CLOEXEC); /* a lease: a file */
     FILE *file = fd < 0 ? nullptr : fdopen(fd, "r");
     if (file == nullptr && fd >= 0) (void)close(fd);
     return file;

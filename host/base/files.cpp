@@ -50,6 +50,16 @@ Result<void> sync_name(const std::string &path)
     return {};
 }
 
+/* A directory that may be written to but not read, or whose file system has no sync of them, makes
+   its names as durable as it can. */
+static Result<void> sync_if_possible(const std::string &path)
+{
+    auto synced = sync_name(path);
+    const int error = synced ? 0 : synced.error().code;
+    if (error == EACCES || error == EINVAL) return {};
+    return synced;
+}
+
 Result<void> make_path(const std::string &path, mode_t mode)
 {
     struct stat status;
@@ -62,7 +72,8 @@ Result<void> make_path(const std::string &path, mode_t mode)
         auto made = make_path(parent, mode);
         if (!made) return made;
     }
-    if (mkdir(path.c_str(), mode) == 0) return sync_name(path);
-    if (errno == EEXIST) return {}; /* somebody else was faster, or it ends in a slash */
+    if (mkdir(path.c_str(), mode) == 0) return sync_if_possible(path);
+    /* somebody else was faster, or it ends in a slash; or it is a link to nowhere */
+    if (errno == EEXIST && stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return {};
     return system_error(path);
 }

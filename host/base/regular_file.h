@@ -12,7 +12,9 @@
    regular file. */
 inline Fd open_regular(const std::string &path, int flags = 0)
 {
-    Fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | flags));
+    flags |= O_RDONLY | O_CLOEXEC | O_NOCTTY;
+    Fd file(open(path.c_str(), flags | O_NONBLOCK));
+    if (!file && errno == EWOULDBLOCK) file = Fd(open(path.c_str(), flags)); /* a lease: a file */
     struct stat status;
     if (!file || fstat(file.get(), &status) < 0) return Fd();
     if (S_ISREG(status.st_mode)) return file;

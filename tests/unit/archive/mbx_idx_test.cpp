@@ -395,7 +395,8 @@ TEST(CheapTransaction, OfAPostingTakesTheDraftOfOneThatDied)
         ASSERT_EQ(0, number.begin(box.path(), &kept));
         kept = number.keep_file();
     }
-    EXPECT_EQ((Lines{"#mix", "#mix.old"}), files(box));
+    EXPECT_EQ((Lines{"#mix"}), files(box));
+    write_file(box.name("#mix.old"), std::string(1000, 'd'));
     IndexTransaction transaction;
     ASSERT_EQ(0, transaction.begin(box.path(), &kept));
     IndexRecord *records = transaction.read();

@@ -97,3 +97,9 @@ TEST_F(Files, AFileInTheWayOfADirectoryIsAnError)
         EXPECT_TRUE(made.error().text.starts_with(scratch.path("file"))) << name;
     }
 }
+
+TEST_F(Files, ALinkToNowhereIsNoDirectory)
+{
+    ASSERT_EQ(0, symlink("/nonexistent/directory", scratch.path("link").c_str()));
+    EXPECT_FALSE(make_path(scratch.path("link")));
+}

@@ -66,3 +66,23 @@ TEST(SyncParentDirectory, SyncsTheDirectoryThatHoldsTheName)
     EXPECT_EQ(-1, sync_parent_directory(("/" + std::string(5000, 'x') + "/f").c_str()));
     EXPECT_EQ(ENAMETOOLONG, errno);
 }
+
+/* Answers as an open against somebody's lease does, for as long as it may not wait. */
+static int leased_open(const char *path, int flags, mode_t mode)
+{
+    if ((flags & O_NONBLOCK) == 0) return kernel_calls.open(path, flags, mode);
+    errno = EWOULDBLOCK;
+    return -1;
+}
+
+TEST(OpenFile, WaitsForALeaseToBeGivenUp)
+{
+    OsCalls calls = kernel_calls;
+    calls.open = leased_open;
+    os = &calls;
+    const int fd = open_file("/dev/null", O_RDONLY, 0);
+    os = &kernel_calls;
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(FD_CLOEXEC, fcntl(fd, F_GETFD) & FD_CLOEXEC);
+    close(fd);
+}

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <thread>
 
@@ -101,4 +103,16 @@ TEST(ThreadContext, OfAHostIsBackAfterADeliveryOnTheSameThread)
     EXPECT_EQ(75, get_rcode());
     tcbfree();
     EXPECT_EQ(0, host.live_blocks);
+}
+
+TEST(ThreadNumber, IsTheKernelsOnEveryThreadAndInAChild)
+{
+    EXPECT_EQ(gettid(), thread_number());
+    EXPECT_EQ(gettid(), thread_number()) << "the kept one";
+    std::thread([] { EXPECT_EQ(gettid(), thread_number()); }).join();
+    const pid_t child = fork();
+    if (child == 0) _exit(thread_number() == gettid() ? 0 : 1);
+    int status = -1;
+    ASSERT_EQ(child, waitpid(child, &status, 0));
+    EXPECT_EQ(0, status);
 }
